@@ -1,0 +1,360 @@
+#include "engine/render/StudioRenderer.h"
+
+#include "engine/core/Fnv.h"
+#include "engine/core/ParallelFor.h"
+#include "engine/document/StudioDocument.h"
+#include "engine/render/WorkBuffers.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace korv::StudioRenderer {
+
+namespace {
+
+// A tile is rendered in horizontal strips: every step of the pipeline is per
+// pixel, so a strip gives the same bytes as the whole tile while the working
+// buffers of all layers stay in the cache.
+constexpr int64_t kStripRows = 32;
+constexpr int64_t kStripPixels = kStripRows * kTileSize;
+
+// Pixels [first, first + count) of one tile.
+struct Span {
+    int64_t tile;
+    int64_t first;
+    int64_t count;
+};
+
+struct Tables {
+    float unit[256];    // byte / 255
+    float visible[256]; // (255 - h) / 255, the share a mask byte h lets through
+    Tables() {
+        for (int i = 0; i < 256; ++i) {
+            unit[i] = float(i) / 255.0f;
+            visible[i] = float(255 - i) / 255.0f;
+        }
+    }
+};
+const Tables kTables;
+
+void clear(float* b, int64_t pixels) { std::memset(b, 0, size_t(pixels) * 4 * sizeof(float)); }
+
+const Tile* tileOf(const std::optional<TileSet>& set, int64_t index) {
+    return set ? set->tile(index) : nullptr;
+}
+
+bool renderNodesSpan(const RenderPlan& nodes, const Span& s, float* acc);
+
+// The layer's own pixels, faded by fill opacity, with the colour overlay if any.
+void pixelsSpan(const PlanNode& node, const Tile& t, const Span& s, float* out) {
+    const uint8_t* px = t.pixels() + s.first * 4;
+    const float f = node.fill;
+    if (!node.overlay) {
+        const float k = f / 255.0f;
+        for (int64_t i = 0; i < s.count * 4; ++i) out[i] = float(px[i]) * k;
+        return;
+    }
+    const auto [ro, go, bo, oo] = *node.overlay;
+    const float* unit = kTables.unit;
+    for (int64_t i = 0; i < s.count; ++i) {
+        const uint8_t* p = px + i * 4;
+        float* o = out + i * 4;
+        const float a = unit[p[3]];
+        const float cr = unit[p[0]], cg = unit[p[1]], cb = unit[p[2]];
+        const bool on = p[3] != 0;
+        o[0] = on ? f * (cr + (a * ro - cr) * oo) : 0.0f;
+        o[1] = on ? f * (cg + (a * go - cg) * oo) : 0.0f;
+        o[2] = on ? f * (cb + (a * bo - cb) * oo) : 0.0f;
+        o[3] = on ? f * a : 0.0f;
+    }
+}
+
+// Effects that lie under the layer (shadow, stroke, glow), not touched by fill.
+void underSpan(const Tile& t, const Span& s, float* out) {
+    const uint8_t* px = t.pixels() + s.first * 4;
+    const float* unit = kTables.unit;
+    for (int64_t i = 0; i < s.count; ++i) {
+        const uint8_t* u = px + i * 4;
+        float* o = out + i * 4;
+        const bool on = u[3] != 0;
+        const float k = 1.0f - o[3];
+        o[0] = on ? o[0] + k * unit[u[0]] : o[0];
+        o[1] = on ? o[1] + k * unit[u[1]] : o[1];
+        o[2] = on ? o[2] + k * unit[u[2]] : o[2];
+        o[3] = on ? o[3] + unit[u[3]] * k : o[3];
+    }
+}
+
+// A mask byte h of 0 multiplies by exactly 1, so no pixel needs a test.
+void maskSpan(const Tile& t, const Span& s, float* out) {
+    const uint8_t* px = t.pixels() + s.first * 4;
+    const float* visible = kTables.visible;
+    for (int64_t i = 0; i < s.count; ++i) {
+        const float m = visible[px[i * 4 + 3]];
+        float* o = out + i * 4;
+        o[0] *= m;
+        o[1] *= m;
+        o[2] *= m;
+        o[3] *= m;
+    }
+}
+
+bool contentSpan(const PlanNode& node, const Span& s, float* out) {
+    bool has;
+    if (node.kind == StudioLayerKind::group) {
+        clear(out, s.count);
+        has = renderNodesSpan(node.children, s, out);
+    } else if (const Tile* t = tileOf(node.raster, s.tile)) {
+        pixelsSpan(node, *t, s, out);
+        has = true;
+    } else {
+        clear(out, s.count);
+        has = false;
+    }
+    if (const Tile* u = tileOf(node.under, s.tile)) {
+        underSpan(*u, s, out);
+        has = true;
+    }
+    if (!has) return false;
+    if (const Tile* m = tileOf(node.mask, s.tile)) maskSpan(*m, s, out);
+    return true;
+}
+
+void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, BlendMode mode, bool atop,
+               bool accEmpty) {
+    (void)mode; // every mode composites as normal until the full compositor is wired in
+    const int64_t n = pixels * 4;
+    if (accEmpty && !atop) {
+        if (opacity >= 1.0f) {
+            if (dst != src) std::memcpy(dst, src, size_t(n) * sizeof(float));
+        } else {
+            for (int64_t i = 0; i < n; ++i) dst[i] = src[i] * opacity;
+        }
+        return;
+    }
+    if (!atop) {
+        for (int64_t i = 0; i < pixels; ++i) {
+            const float* s = src + i * 4;
+            float* d = dst + i * 4;
+            const float sa = s[3] * opacity;
+            const bool on = sa > 0.0f;
+            const float k = 1.0f - sa;
+            d[0] = on ? s[0] * opacity + k * d[0] : d[0];
+            d[1] = on ? s[1] * opacity + k * d[1] : d[1];
+            d[2] = on ? s[2] * opacity + k * d[2] : d[2];
+            d[3] = on ? sa + k * d[3] : d[3];
+        }
+        return;
+    }
+    for (int64_t i = 0; i < pixels; ++i) {
+        const float* s = src + i * 4;
+        float* d = dst + i * 4;
+        const float sa = s[3] * opacity;
+        const bool on = sa > 0.0f;
+        const float k = 1.0f - sa, ab = d[3];
+        d[0] = on ? s[0] * opacity * ab + k * d[0] : d[0];
+        d[1] = on ? s[1] * opacity * ab + k * d[1] : d[1];
+        d[2] = on ? s[2] * opacity * ab + k * d[2] : d[2];
+    }
+}
+
+bool renderNodesSpan(const RenderPlan& nodes, const Span& s, float* acc) {
+    WorkBuffer layerBuffer;
+    std::optional<WorkBuffer> clipBuffer;
+    float* layer = layerBuffer.get();
+    bool accEmpty = true;
+    const size_t count = nodes.size();
+    size_t i = 0;
+    while (i < count) {
+        const PlanNode& base = nodes[i];
+        size_t runEnd = i + 1;
+        while (runEnd < count && nodes[runEnd].clipping) ++runEnd;
+        const size_t runStart = i + 1;
+        i = runEnd;
+        if (!base.visible) continue;
+        if (base.kind == StudioLayerKind::adjustment) {
+            // Adjustments need something below them; their programs arrive with the adjustment layers.
+            continue;
+        }
+        if (!contentSpan(base, s, layer)) continue;
+        for (size_t r = runStart; r < runEnd; ++r) {
+            const PlanNode& node = nodes[r];
+            if (!node.visible || node.kind == StudioLayerKind::adjustment) continue;
+            if (!clipBuffer) clipBuffer.emplace();
+            if (contentSpan(node, s, clipBuffer->get()))
+                blendSpan(layer, clipBuffer->get(), s.count, node.opacity, node.mode, true, false);
+        }
+        if (base.opacity > 0.0f) {
+            blendSpan(acc, layer, s.count, base.opacity, base.mode, false, accEmpty);
+            accEmpty = false;
+        }
+    }
+    return !accEmpty;
+}
+
+// Float pixels back to valid premultiplied bytes: colour never above alpha.
+void toBytes(const float* src, uint8_t* out, int64_t pixels) {
+    for (int64_t i = 0; i < pixels; ++i) {
+        const float* p = src + i * 4;
+        const float a = std::max(0.0f, std::min(p[3], 1.0f));
+        const float ta = a * 255.0f + 0.5f;
+        const int A = ta >= 255.0f ? 255 : int(ta);
+        for (int c = 0; c < 3; ++c) {
+            const float v = std::max(0.0f, std::min(p[c], a));
+            out[i * 4 + c] = uint8_t(std::min(int(v * 255.0f + 0.5f), A));
+        }
+        out[i * 4 + 3] = uint8_t(A);
+    }
+}
+
+Span fullTile(int64_t tile) { return {tile, 0, kTilePixels}; }
+
+RGBABufferPtr sampleNearest(int64_t width, int64_t height, int64_t maxSide,
+                            const std::function<Pixel4(int64_t, int64_t)>& source) {
+    const double scale = double(maxSide) / double(std::max(width, height));
+    const int64_t tw = std::max<int64_t>(int64_t(scale * double(width)), 1);
+    const int64_t th = std::max<int64_t>(int64_t(scale * double(height)), 1);
+    auto out = std::make_shared<RGBABuffer>(tw, th);
+    for (int64_t j = 0; j < th; ++j) {
+        const int64_t sy = std::min(int64_t((double(j) + 0.5) / scale), height - 1);
+        for (int64_t i = 0; i < tw; ++i) {
+            const int64_t sx = std::min(int64_t((double(i) + 0.5) / scale), width - 1);
+            out->setPixel(i, j, source(sx, sy));
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+std::string specKeyOfJSON(const nlohmann::json& j) {
+    // nlohmann's objects keep their keys sorted, so dump() is canonical.
+    const std::string text = j.dump();
+    char buf[24];
+    std::snprintf(buf, sizeof buf, "%llx", static_cast<unsigned long long>(fnv(text.data(), text.size())));
+    return buf;
+}
+
+std::optional<TileSet> contentRaster(const StudioLayer& layer, const TileGrid&, RenderCache&) {
+    if (layer.kind == StudioLayerKind::pixel) return layer.pixels;
+    // Adjustments and groups have no raster of their own; fill, shape and text
+    // content is drawn from its parameters once that renderer exists.
+    return std::nullopt;
+}
+
+RenderPlan plan(const std::vector<StudioLayer>& layers, const TileGrid& grid, RenderCache& cache) {
+    RenderPlan nodes;
+    nodes.reserve(layers.size());
+    for (const StudioLayer& layer : layers) {
+        PlanNode node;
+        node.kind = layer.kind;
+        node.opacity = float(layer.opacity);
+        node.fill = float(layer.fillOpacity);
+        node.mode = layer.blendMode;
+        node.visible = layer.isVisible;
+        node.clipping = layer.isClipping;
+        node.raster = contentRaster(layer, grid, cache);
+        if (layer.maskEnabled) node.mask = layer.mask;
+        if (layer.isGroup()) node.children = plan(layer.children, grid, cache);
+        nodes.push_back(std::move(node));
+    }
+    // A clipped layer needs an unclipped base below it that is not an adjustment.
+    const PlanNode* base = nullptr;
+    for (PlanNode& node : nodes) {
+        if (!node.clipping) base = &node;
+        else if (!base || base->kind == StudioLayerKind::adjustment) node.clipping = false;
+    }
+    return nodes;
+}
+
+bool renderNodes(const RenderPlan& nodes, int64_t tile, float* acc) {
+    return renderNodesSpan(nodes, fullTile(tile), acc);
+}
+
+bool content(const PlanNode& node, int64_t tile, float* out) { return contentSpan(node, fullTile(tile), out); }
+
+void blend(float* dst, const float* src, float opacity, BlendMode mode, bool atop, bool accEmpty) {
+    blendSpan(dst, src, kTilePixels, opacity, mode, atop, accEmpty);
+}
+
+void renderTile(int64_t tile, const RenderPlan& plan, uint8_t* out) {
+    WorkBuffer acc;
+    for (int64_t first = 0; first < kTilePixels; first += kStripPixels) {
+        const Span s{tile, first, kStripPixels};
+        clear(acc.get(), s.count);
+        renderNodesSpan(plan, s, acc.get());
+        toBytes(acc.get(), out + first * 4, s.count);
+    }
+}
+
+RGBABufferPtr flatten(const RenderPlan& plan, const TileGrid& grid) {
+    auto out = std::make_shared<RGBABuffer>(grid.width, grid.height);
+    parallelFor(grid.count(), [&](int64_t index) {
+        ByteTileBuffer bytes;
+        renderTile(index, plan, bytes.get());
+        const IRect r = grid.rect(index);
+        for (int64_t y = 0; y < r.h; ++y)
+            std::memcpy(out->row(r.y + y) + r.x * 4, bytes.get() + y * kTileStride, size_t(r.w * 4));
+    });
+    return out;
+}
+
+RGBABufferPtr flatten(const std::vector<StudioLayer>& layers, const StudioDocument& doc) {
+    return flatten(plan(layers, doc.grid, doc.cache()), doc.grid);
+}
+
+RGBABufferPtr flatten(const StudioDocument& doc) { return flatten(doc.layers, doc); }
+
+std::map<int64_t, RGBABufferPtr> tileImages(const StudioDocument& doc, const std::vector<int64_t>& tiles) {
+    std::map<int64_t, RGBABufferPtr> result;
+    if (tiles.empty()) return result;
+    const RenderPlan p = plan(doc.layers, doc.grid, doc.cache());
+    std::vector<RGBABufferPtr> images(tiles.size());
+    parallelFor(int64_t(tiles.size()), [&](int64_t k) {
+        const int64_t index = tiles[size_t(k)];
+        if (index < 0 || index >= doc.grid.count()) return;
+        ByteTileBuffer bytes;
+        renderTile(index, p, bytes.get());
+        const IRect r = doc.grid.rect(index);
+        auto image = std::make_shared<RGBABuffer>(r.w, r.h);
+        for (int64_t y = 0; y < r.h; ++y)
+            std::memcpy(image->row(y), bytes.get() + y * kTileStride, size_t(r.w * 4));
+        images[size_t(k)] = std::move(image);
+    });
+    for (size_t k = 0; k < tiles.size(); ++k)
+        if (images[k]) result[tiles[k]] = std::move(images[k]);
+    return result;
+}
+
+Pixel4 pixel(const StudioDocument& doc, int64_t x, int64_t y) {
+    if (x < 0 || y < 0 || x >= doc.width() || y >= doc.height()) return {0, 0, 0, 0};
+    const RenderPlan p = plan(doc.layers, doc.grid, doc.cache());
+    ByteTileBuffer bytes;
+    renderTile(doc.grid.indexAt(x, y), p, bytes.get());
+    const uint8_t* px = bytes.get() + (y & (kTileSize - 1)) * kTileStride + (x & (kTileSize - 1)) * 4;
+    return {px[0], px[1], px[2], px[3]};
+}
+
+RGBABufferPtr thumbnail(const StudioLayer& layer, const StudioDocument& doc, int64_t maxSide) {
+    if (layer.isAdjustment()) return nullptr;
+    if (layer.isGroup()) {
+        RGBABufferPtr flat = flatten(plan(layer.children, doc.grid, doc.cache()), doc.grid);
+        return sampleNearest(doc.width(), doc.height(), maxSide,
+                             [&](int64_t x, int64_t y) { return flat->pixel(x, y); });
+    }
+    std::optional<TileSet> set = contentRaster(layer, doc.grid, doc.cache());
+    if (!set) return nullptr;
+    return sampleNearest(doc.width(), doc.height(), maxSide, [&](int64_t x, int64_t y) { return set->pixel(x, y); });
+}
+
+RGBABufferPtr maskThumbnail(const StudioLayer& layer, const StudioDocument& doc, int64_t maxSide) {
+    if (!layer.mask) return nullptr;
+    const TileSet& mask = *layer.mask;
+    return sampleNearest(doc.width(), doc.height(), maxSide, [&](int64_t x, int64_t y) -> Pixel4 {
+        const uint8_t v = uint8_t(255 - mask.alpha(x, y));
+        return {v, v, v, 255};
+    });
+}
+
+} // namespace korv::StudioRenderer
