@@ -7,6 +7,8 @@ add_library(korv_options INTERFACE)
 target_compile_options(korv_options INTERFACE
   -Wall -Wextra -Wpedantic -Wno-missing-field-initializers
   -ffp-contract=off
+  # Lets GCC if-convert clamps and selects in pixel loops; results are unchanged.
+  -fno-trapping-math
   $<$<CONFIG:Release>:-O3>
   $<$<CONFIG:RelWithDebInfo>:-O3>
   # GCC 12 reports false -Wrestrict hits inside std::string at -O3 (GCC bug 105329).

@@ -9,17 +9,27 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <sys/mman.h>
 
 namespace korv {
 
-RGBABuffer::RGBABuffer(int64_t width, int64_t height)
+RGBABuffer::RGBABuffer(int64_t width, int64_t height, Uninitialized)
     : width_(std::max<int64_t>(width, 1)), height_(std::max<int64_t>(height, 1)) {
     // 2^31 pixels on a side is far past any canvas; it keeps the byte count from overflowing.
     KORV_REQUIRE(width_ < (int64_t(1) << 31) && height_ < (int64_t(1) << 31));
     size_t bytes = size_t(width_) * size_t(height_) * 4;
-    data_ = static_cast<uint8_t*>(std::aligned_alloc(64, (bytes + 63) & ~size_t(63)));
+    // Large pictures go on huge pages: a fresh 48 MB canvas otherwise costs
+    // some 12,000 page faults, more than rendering into it.
+    constexpr size_t kHuge = size_t(2) << 20;
+    const size_t align = bytes >= 4 * kHuge ? kHuge : 64;
+    const size_t rounded = (bytes + align - 1) & ~(align - 1);
+    data_ = static_cast<uint8_t*>(std::aligned_alloc(align, rounded));
     if (!data_) throw std::bad_alloc();
-    std::memset(data_, 0, bytes);
+    if (align == kHuge) ::madvise(data_, rounded, MADV_HUGEPAGE);
+}
+
+RGBABuffer::RGBABuffer(int64_t width, int64_t height) : RGBABuffer(width, height, Uninitialized{}) {
+    std::memset(data_, 0, size_t(byteCount()));
 }
 
 RGBABuffer::~RGBABuffer() { std::free(data_); }

@@ -16,6 +16,9 @@ class RGBABuffer {
 public:
     // Each side is raised to at least 1; the bytes start zero.
     RGBABuffer(int64_t width, int64_t height);
+    // For writers that fill every byte themselves (a flatten, a decoder): skips the zero fill.
+    struct Uninitialized {};
+    RGBABuffer(int64_t width, int64_t height, Uninitialized);
     RGBABuffer(const RGBABuffer&) = delete;
     RGBABuffer& operator=(const RGBABuffer&) = delete;
     ~RGBABuffer();

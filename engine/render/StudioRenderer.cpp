@@ -3,6 +3,7 @@
 #include "engine/core/Fnv.h"
 #include "engine/core/ParallelFor.h"
 #include "engine/document/StudioDocument.h"
+#include "engine/render/PixelMath.h"
 #include "engine/render/WorkBuffers.h"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ const Tile* tileOf(const std::optional<TileSet>& set, int64_t index) {
 bool renderNodesSpan(const RenderPlan& nodes, const Span& s, float* acc);
 
 // The layer's own pixels, faded by fill opacity, with the colour overlay if any.
-void pixelsSpan(const PlanNode& node, const Tile& t, const Span& s, float* out) {
+KORV_PIXEL_LOOP void pixelsSpan(const PlanNode& node, const Tile& t, const Span& s, float* out) {
     const uint8_t* px = t.pixels() + s.first * 4;
     const float f = node.fill;
     if (!node.overlay) {
@@ -63,15 +64,15 @@ void pixelsSpan(const PlanNode& node, const Tile& t, const Span& s, float* out) 
         const float a = unit[p[3]];
         const float cr = unit[p[0]], cg = unit[p[1]], cb = unit[p[2]];
         const bool on = p[3] != 0;
-        o[0] = on ? f * (cr + (a * ro - cr) * oo) : 0.0f;
-        o[1] = on ? f * (cg + (a * go - cg) * oo) : 0.0f;
-        o[2] = on ? f * (cb + (a * bo - cb) * oo) : 0.0f;
-        o[3] = on ? f * a : 0.0f;
+        o[0] = selectFloat(on, f * (cr + (a * ro - cr) * oo), 0.0f);
+        o[1] = selectFloat(on, f * (cg + (a * go - cg) * oo), 0.0f);
+        o[2] = selectFloat(on, f * (cb + (a * bo - cb) * oo), 0.0f);
+        o[3] = selectFloat(on, f * a, 0.0f);
     }
 }
 
 // Effects that lie under the layer (shadow, stroke, glow), not touched by fill.
-void underSpan(const Tile& t, const Span& s, float* out) {
+KORV_PIXEL_LOOP void underSpan(const Tile& t, const Span& s, float* out) {
     const uint8_t* px = t.pixels() + s.first * 4;
     const float* unit = kTables.unit;
     for (int64_t i = 0; i < s.count; ++i) {
@@ -79,15 +80,15 @@ void underSpan(const Tile& t, const Span& s, float* out) {
         float* o = out + i * 4;
         const bool on = u[3] != 0;
         const float k = 1.0f - o[3];
-        o[0] = on ? o[0] + k * unit[u[0]] : o[0];
-        o[1] = on ? o[1] + k * unit[u[1]] : o[1];
-        o[2] = on ? o[2] + k * unit[u[2]] : o[2];
-        o[3] = on ? o[3] + unit[u[3]] * k : o[3];
+        o[0] = selectFloat(on, o[0] + k * unit[u[0]], o[0]);
+        o[1] = selectFloat(on, o[1] + k * unit[u[1]], o[1]);
+        o[2] = selectFloat(on, o[2] + k * unit[u[2]], o[2]);
+        o[3] = selectFloat(on, o[3] + unit[u[3]] * k, o[3]);
     }
 }
 
 // A mask byte h of 0 multiplies by exactly 1, so no pixel needs a test.
-void maskSpan(const Tile& t, const Span& s, float* out) {
+KORV_PIXEL_LOOP void maskSpan(const Tile& t, const Span& s, float* out) {
     const uint8_t* px = t.pixels() + s.first * 4;
     const float* visible = kTables.visible;
     for (int64_t i = 0; i < s.count; ++i) {
@@ -121,7 +122,7 @@ bool contentSpan(const PlanNode& node, const Span& s, float* out) {
     return true;
 }
 
-void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, BlendMode mode, bool atop,
+KORV_PIXEL_LOOP void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, BlendMode mode, bool atop,
                bool accEmpty) {
     (void)mode; // every mode composites as normal until the full compositor is wired in
     const int64_t n = pixels * 4;
@@ -140,10 +141,10 @@ void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, Blen
             const float sa = s[3] * opacity;
             const bool on = sa > 0.0f;
             const float k = 1.0f - sa;
-            d[0] = on ? s[0] * opacity + k * d[0] : d[0];
-            d[1] = on ? s[1] * opacity + k * d[1] : d[1];
-            d[2] = on ? s[2] * opacity + k * d[2] : d[2];
-            d[3] = on ? sa + k * d[3] : d[3];
+            d[0] = selectFloat(on, s[0] * opacity + k * d[0], d[0]);
+            d[1] = selectFloat(on, s[1] * opacity + k * d[1], d[1]);
+            d[2] = selectFloat(on, s[2] * opacity + k * d[2], d[2]);
+            d[3] = selectFloat(on, sa + k * d[3], d[3]);
         }
         return;
     }
@@ -153,9 +154,9 @@ void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, Blen
         const float sa = s[3] * opacity;
         const bool on = sa > 0.0f;
         const float k = 1.0f - sa, ab = d[3];
-        d[0] = on ? s[0] * opacity * ab + k * d[0] : d[0];
-        d[1] = on ? s[1] * opacity * ab + k * d[1] : d[1];
-        d[2] = on ? s[2] * opacity * ab + k * d[2] : d[2];
+        d[0] = selectFloat(on, s[0] * opacity * ab + k * d[0], d[0]);
+        d[1] = selectFloat(on, s[1] * opacity * ab + k * d[1], d[1]);
+        d[2] = selectFloat(on, s[2] * opacity * ab + k * d[2], d[2]);
     }
 }
 
@@ -194,7 +195,7 @@ bool renderNodesSpan(const RenderPlan& nodes, const Span& s, float* acc) {
 }
 
 // Float pixels back to valid premultiplied bytes: colour never above alpha.
-void toBytes(const float* src, uint8_t* out, int64_t pixels) {
+KORV_PIXEL_LOOP void toBytes(const float* src, uint8_t* out, int64_t pixels) {
     for (int64_t i = 0; i < pixels; ++i) {
         const float* p = src + i * 4;
         const float a = std::max(0.0f, std::min(p[3], 1.0f));
@@ -289,7 +290,10 @@ void renderTile(int64_t tile, const RenderPlan& plan, uint8_t* out) {
 }
 
 RGBABufferPtr flatten(const RenderPlan& plan, const TileGrid& grid) {
-    auto out = std::make_shared<RGBABuffer>(grid.width, grid.height);
+    // Every tile writes all of its rows, so a canvas with tiles needs no zero fill.
+    auto out = grid.count() > 0
+                   ? std::make_shared<RGBABuffer>(grid.width, grid.height, RGBABuffer::Uninitialized{})
+                   : std::make_shared<RGBABuffer>(grid.width, grid.height);
     parallelFor(grid.count(), [&](int64_t index) {
         ByteTileBuffer bytes;
         renderTile(index, plan, bytes.get());
