@@ -18,6 +18,8 @@ uint8_t* allocateTileBytes() {
 
 Tile::Tile() : pixels_(allocateTileBytes()) { std::memset(pixels_, 0, size_t(kTileBytes)); }
 
+Tile::Tile(Uninitialized) : pixels_(allocateTileBytes()) {}
+
 Tile::Tile(Copying, const Tile& other) : pixels_(allocateTileBytes()) {
     std::memcpy(pixels_, other.pixels_, size_t(kTileBytes));
 }

@@ -12,7 +12,10 @@ namespace korv {
 class Tile {
 public:
     struct Copying {};
+    struct Uninitialized {};
     Tile(); // all zero, not frozen
+    // For readers that write all 262144 bytes themselves.
+    explicit Tile(Uninitialized);
     // A private, unfrozen copy of the other tile's bytes.
     Tile(Copying, const Tile& other);
     Tile(const Tile&) = delete;
