@@ -1,0 +1,179 @@
+#pragma once
+// Finite-state entropy coding as LZFSE uses it: the decoder and encoder
+// tables built from a normalised frequency list, the bit streams they run on,
+// and the normalisation of symbol counts into such a list.
+//
+// A table of N states (a power of two) gives symbol s the f(s) consecutive
+// states after those of the symbols before it. Decoding state x emits its
+// symbol and moves to delta(x) + (the next nbits(x) bits of the stream); the
+// encoder runs the same moves backwards, so streams are written from their
+// last symbol to their first and read from their end to their start.
+
+#include "lzfse/BlockFormat.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace korv::lzfse::detail {
+
+// ---------------------------------------------------------------------------
+// Tables
+
+// One decoder state for the literal alphabet: nbits | symbol << 8 | delta << 16.
+using LiteralEntry = std::uint32_t;
+
+// One decoder state for an L, M or D alphabet. The value's extra bits sit
+// below the state bits in the stream, so both are taken in a single read.
+struct ValueEntry {
+    std::uint8_t totalBits; // state bits + extra bits
+    std::uint8_t extraBits;
+    std::uint16_t delta;
+    std::uint32_t base;
+};
+static_assert(sizeof(ValueEntry) == 8);
+
+// Sum of a frequency list, or -1 if it exceeds the state count (which no
+// table can hold). A sum below the state count is accepted: the states left
+// over decode as symbol 0 with no bits and lead back to state 0, harmless
+// because the initial states are range-checked and no move reaches them.
+int checkedFrequencySum(const std::uint16_t* freq, int symbols, int states);
+
+// Both builders expect checkedFrequencySum(freq, symbols, states) >= 0.
+void buildLiteralDecoder(const std::uint16_t* freq, LiteralEntry* table);
+void buildValueDecoder(const std::uint16_t* freq, int symbols, int states, const std::uint8_t* extraBits,
+                       const std::uint32_t* base, ValueEntry* table);
+
+// Encoding symbol s from state x (in [0, N)): if x >= threshold the low k bits
+// of x are written and the state becomes deltaHigh + (x >> k), otherwise the
+// low k-1 bits and deltaLow + (x >> (k - 1)).
+struct EncoderEntry {
+    std::int32_t threshold;
+    std::int32_t k;
+    std::int32_t deltaHigh;
+    std::int32_t deltaLow;
+};
+
+void buildEncoder(const std::uint16_t* freq, int symbols, int states, EncoderEntry* table);
+
+// Scales counts (total > 0 or not) to a list summing exactly to `states`,
+// every used symbol getting at least 1, rounding so that the coded size stays
+// close to the counts' entropy. An all-zero count list gives all states to
+// symbol 0, which keeps the table well formed for decoders.
+void normalizeCounts(const std::uint32_t* counts, int symbols, int states, std::uint16_t* freq);
+
+// ---------------------------------------------------------------------------
+// Bit streams
+
+// Appends bit fields from least to most significant. The caller keeps at most
+// 64 pending bits between flushes and checks room for the 8-byte stores.
+class BitWriter {
+public:
+    explicit BitWriter(std::uint8_t* out) : out_(out) {}
+
+    void put(std::uint64_t value, int nbits) {
+        acc_ |= value << count_;
+        count_ += nbits;
+    }
+
+    // Stores the whole bytes; writes 8 bytes at the current position.
+    void flush() {
+        store64(out_, acc_);
+        const int bytes = count_ >> 3;
+        out_ += bytes;
+        acc_ = bytes == 8 ? 0 : acc_ >> (bytes * 8);
+        count_ &= 7;
+    }
+
+    // flush() for the end of the buffer: stores only the whole bytes, and
+    // fails if they do not fit before `end`.
+    bool flushExact(const std::uint8_t* end) {
+        const int bytes = count_ >> 3;
+        if (end - out_ < bytes) return false;
+        for (int i = 0; i < bytes; ++i)
+            *out_++ = static_cast<std::uint8_t>(acc_ >> (8 * i));
+        acc_ = bytes == 8 ? 0 : acc_ >> (bytes * 8);
+        count_ &= 7;
+        return true;
+    }
+
+    // Stores what is pending, the last byte zero-padded, if it fits before
+    // `end`. Returns the padding as the non-positive bit count block headers
+    // record (-7..0), or 1 when out of room.
+    int finish(const std::uint8_t* end) {
+        if (!flushExact(end)) return 1;
+        if (count_ == 0) return 0;
+        if (end - out_ < 1) return 1;
+        *out_++ = static_cast<std::uint8_t>(acc_);
+        const int pad = 8 - count_;
+        acc_ = 0;
+        count_ = 0;
+        return -pad;
+    }
+
+    std::uint8_t* position() const { return out_; }
+
+private:
+    std::uint8_t* out_;
+    std::uint64_t acc_ = 0;
+    int count_ = 0;
+};
+
+// Reads a stream written by BitWriter backwards, from its end. `floor` is the
+// lowest byte the reader may load; it keeps 56..63 bits buffered.
+class BitReader {
+public:
+    // `end` is one past the stream's last byte; `padding` the header's -7..0.
+    // Fails when the stream is too short or the padding bits are not zero.
+    bool init(const std::uint8_t* end, int padding, const std::uint8_t* floor) {
+        floor_ = floor;
+        if (padding < -7 || padding > 0) return false;
+        if (padding == 0) {
+            // Seven bytes, so that the buffer never holds a full 64 bits.
+            if (end - floor < 7) return false;
+            pos_ = end - 7;
+            acc_ = 0;
+            std::memcpy(&acc_, pos_, 7);
+            count_ = 56;
+        } else {
+            if (end - floor < 8) return false;
+            pos_ = end - 8;
+            acc_ = load64(pos_);
+            count_ = 64 + padding;
+        }
+        return (acc_ >> count_) == 0;
+    }
+
+    // Refills to at least 56 bits. Fails rather than step below the floor.
+    bool refill() {
+        const int bytes = (63 - count_) >> 3;
+        const std::uint8_t* next = pos_ - bytes;
+        if (next < floor_) return false;
+        pos_ = next;
+        if (bytes != 0) {
+            const int bits = bytes * 8;
+            acc_ = (acc_ << bits) | (load64(next) & ((std::uint64_t{1} << bits) - 1));
+            count_ += bits;
+        }
+        return true;
+    }
+
+    // Takes the next n (0..count) bits.
+    std::uint32_t take(int n) {
+        count_ -= n;
+        const std::uint64_t v = acc_ >> count_;
+        acc_ &= (std::uint64_t{1} << count_) - 1;
+        return static_cast<std::uint32_t>(v);
+    }
+
+    // Bit offset from `start` of the lowest bit consumed so far. A stream read
+    // in full ends at its first byte; anything lower was read from before it.
+    std::ptrdiff_t consumedDownTo(const std::uint8_t* start) const { return (pos_ - start) * 8 + count_; }
+
+private:
+    const std::uint8_t* pos_ = nullptr;
+    const std::uint8_t* floor_ = nullptr;
+    std::uint64_t acc_ = 0;
+    int count_ = 0;
+};
+
+} // namespace korv::lzfse::detail
