@@ -1,37 +1,50 @@
 #include "engine/document/History.h"
 
+#include "engine/core/Require.h"
 #include "engine/document/StudioDocument.h"
 
 #include <algorithm>
-#include <unordered_set>
 
 namespace korv {
 
 namespace {
 constexpr auto kCoalesceWindow = std::chrono::seconds(2);
-// The byte budget is only looked at for a history at least this long, so
-// short histories never pay for the walk over all their tiles.
+// The byte budget is only looked at for a history at least this long.
 constexpr size_t kByteCheckMinItems = 11;
 
-void collectTiles(const std::vector<StudioLayer>& layers, std::unordered_set<const Tile*>& out) {
-    auto add = [&out](const std::optional<TileSet>& set) {
-        if (!set) return;
-        for (const TilePtr& t : set->tiles)
-            if (t) out.insert(t.get());
-    };
-    for (const StudioLayer& l : layers) {
-        add(l.pixels);
-        add(l.mask);
-        collectTiles(l.children, out);
-    }
-}
 } // namespace
 
-int64_t tileBytes(const std::vector<HistoryItem>& items) {
-    std::unordered_set<const Tile*> tiles;
-    for (const HistoryItem& item : items)
-        collectTiles(item.state.layers, tiles);
-    return int64_t(tiles.size()) * kTileBytes;
+void TileLedger::adjust(const HistoryState& state, const HistoryState* neighbour, int64_t delta) {
+    adjust(state.layers, neighbour ? &neighbour->layers : nullptr, delta);
+}
+
+// Places pair up by position in the tree, which makes the pairing symmetric:
+// whatever append() skipped as carried by the state before, removeFirst() of
+// that state hands over in the same way.
+void TileLedger::adjust(const std::vector<StudioLayer>& layers, const std::vector<StudioLayer>* twins,
+                        int64_t delta) {
+    for (size_t i = 0; i < layers.size(); ++i) {
+        const StudioLayer* twin = twins && i < twins->size() ? &(*twins)[i] : nullptr;
+        adjust(layers[i].pixels, twin ? &twin->pixels : nullptr, delta);
+        adjust(layers[i].mask, twin ? &twin->mask : nullptr, delta);
+        adjust(layers[i].children, twin ? &twin->children : nullptr, delta);
+    }
+}
+
+void TileLedger::adjust(const std::optional<TileSet>& set, const std::optional<TileSet>* twin,
+                        int64_t delta) {
+    if (!set) return;
+    const std::vector<TilePtr>& tiles = set->tiles;
+    const std::vector<TilePtr>* same =
+        twin && *twin && (*twin)->tiles.size() == tiles.size() ? &(*twin)->tiles : nullptr;
+    for (size_t k = 0; k < tiles.size(); ++k) {
+        const Tile* t = tiles[k].get();
+        if (!t || (same && (*same)[k].get() == t)) continue;
+        auto it = refs_.try_emplace(t, 0).first;
+        it->second += delta;
+        KORV_REQUIRE(it->second >= 0); // a state removed that was never added, or twice
+        if (it->second == 0) refs_.erase(it);
+    }
 }
 
 StudioDocument::State StudioDocument::capture() {
@@ -40,7 +53,7 @@ StudioDocument::State StudioDocument::capture() {
     return State{grid, layers, activeID, selection, dpi};
 }
 
-void StudioDocument::commit(const std::string& name, const std::optional<std::string>& coalesce) {
+void StudioDocument::commit(const std::string& name, std::optional<std::string> coalesce) {
     const Clock::time_point now = clock();
     if (!coalesce) {
         commitStep(name, now);
@@ -52,7 +65,11 @@ void StudioDocument::commit(const std::string& name, const std::optional<std::st
                         history_[size_t(cursor_)].name == name;
     if (merges) {
         // The item before stays: one undo returns to where the run of changes began.
-        history_[size_t(cursor_)] = HistoryItem{Uuid::random(), name, capture(), now};
+        HistoryItem merged{Uuid::random(), name, capture(), now};
+        const HistoryState& before = history_[history_.size() - 2].state;
+        historyTiles_.append(merged.state, &before);
+        historyTiles_.removeLast(history_.back().state, &before);
+        history_.back() = std::move(merged);
         changeCount_ += 1;
     } else {
         commitStep(name, now);
@@ -63,8 +80,13 @@ void StudioDocument::commit(const std::string& name, const std::optional<std::st
 // The name is taken by value: a caller may pass the name of an item that is about to go.
 void StudioDocument::commitStep(std::string name, Clock::time_point now) {
     // Steps after the cursor stay available until a new step replaces them.
-    history_.erase(history_.begin() + cursor_ + 1, history_.end());
-    history_.push_back(HistoryItem{Uuid::random(), std::move(name), capture(), now});
+    while (int64_t(history_.size()) - 1 > cursor_) {
+        historyTiles_.removeLast(history_.back().state, &history_[history_.size() - 2].state);
+        history_.pop_back();
+    }
+    HistoryItem item{Uuid::random(), std::move(name), capture(), now};
+    historyTiles_.append(item.state, &history_.back().state);
+    history_.push_back(std::move(item));
     cursor_ = int64_t(history_.size()) - 1;
     changeCount_ += 1;
     lastCoalesce_.reset();
@@ -73,6 +95,7 @@ void StudioDocument::commitStep(std::string name, Clock::time_point now) {
 
 void StudioDocument::trim() {
     auto dropOldest = [this] {
+        historyTiles_.removeFirst(history_[0].state, &history_[1].state);
         history_.erase(history_.begin());
         cursor_ -= 1;
     };
@@ -123,7 +146,9 @@ void StudioDocument::revertToLastCommit() {
 
 void StudioDocument::resetHistory() {
     history_.clear();
+    historyTiles_.clear();
     history_.push_back(HistoryItem{Uuid::random(), "Open", capture(), clock()});
+    historyTiles_.append(history_.back().state, nullptr);
     cursor_ = 0;
 }
 
@@ -158,7 +183,7 @@ std::optional<std::string> StudioDocument::redoName() const {
 }
 
 int64_t StudioDocument::historyBytes() const {
-    return tileBytes(history_);
+    return historyTiles_.distinctTiles() * kTileBytes;
 }
 
 void StudioDocument::markDirty(const IRect& rect) {

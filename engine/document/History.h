@@ -10,6 +10,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace korv {
@@ -46,8 +47,29 @@ struct CoalesceMark {
     bool operator==(const CoalesceMark&) const = default;
 };
 
-// Bytes of the distinct tiles that the states reach through pixels and masks,
-// all the way down the tree: a tile shared by many states counts once.
-int64_t tileBytes(const std::vector<HistoryItem>& items);
+// Keeps count of the distinct tiles that a list of states reaches through
+// pixels and masks, all the way down the tree, so that the byte budget never
+// walks every state. A reference is counted unless the state before it in the
+// list holds the same tile at the same place: a step that changed three tiles
+// costs three counts, not one per tile of the picture. States enter and leave
+// at the ends of the list, and each call names the state next to the one that
+// enters or leaves (none at the ends of the list).
+class TileLedger {
+public:
+    // `state` joins at the end of the list, after `before`.
+    void append(const HistoryState& state, const HistoryState* before) { adjust(state, before, +1); }
+    // The last state leaves; `before` precedes it.
+    void removeLast(const HistoryState& state, const HistoryState* before) { adjust(state, before, -1); }
+    // The first state leaves; `after` follows it, and now counts what the two shared.
+    void removeFirst(const HistoryState& state, const HistoryState* after) { adjust(state, after, -1); }
+    void clear() { refs_.clear(); }
+    int64_t distinctTiles() const { return int64_t(refs_.size()); }
+
+private:
+    void adjust(const HistoryState& state, const HistoryState* neighbour, int64_t delta);
+    void adjust(const std::vector<StudioLayer>& layers, const std::vector<StudioLayer>* twins, int64_t delta);
+    void adjust(const std::optional<TileSet>& set, const std::optional<TileSet>* twin, int64_t delta);
+    std::unordered_map<const Tile*, int64_t> refs_;
+};
 
 } // namespace korv

@@ -95,7 +95,7 @@ public:
     // Records a step. With a key, a like change (same key and name, within
     // two seconds of the last) replaces the last step instead, so a slider
     // drag of any length is one step.
-    void commit(const std::string& name, const std::optional<std::string>& coalesce = std::nullopt);
+    void commit(const std::string& name, std::optional<std::string> coalesce = std::nullopt);
     void undo();
     void redo();
     void jump(int64_t toHistory);
@@ -129,6 +129,8 @@ private:
     std::unique_ptr<RenderCache> cache_ = std::make_unique<RenderCache>();
     // Never empty; cursor_ is an index into it.
     std::vector<HistoryItem> history_;
+    // Mirrors history_, so the byte budget never walks all the states.
+    TileLedger historyTiles_;
     int64_t cursor_ = 0;
     std::vector<HistoryItem> snapshots_;
     int64_t changeCount_ = 0;

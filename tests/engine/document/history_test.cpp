@@ -1,7 +1,9 @@
 #include "engine/document/StudioDocument.h"
 
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
+#include <set>
 
 using namespace korv;
 using namespace std::chrono_literals;
@@ -24,6 +26,23 @@ struct Fixture {
     Clock::time_point now{};
     StudioDocument doc;
 };
+
+// The distinct tiles of the history, counted from scratch.
+int64_t recountBytes(const StudioDocument& doc) {
+    std::set<const Tile*> tiles;
+    std::function<void(const std::vector<StudioLayer>&)> walk = [&](const std::vector<StudioLayer>& layers) {
+        for (const StudioLayer& l : layers) {
+            for (const auto* set : {&l.pixels, &l.mask})
+                if (*set)
+                    for (const TilePtr& t : (*set)->tiles)
+                        if (t) tiles.insert(t.get());
+            walk(l.children);
+        }
+    };
+    for (const auto& item : doc.history())
+        walk(item.state.layers);
+    return int64_t(tiles.size()) * kTileBytes;
+}
 
 std::vector<std::string> names(const StudioDocument& doc) {
     std::vector<std::string> out;
@@ -227,8 +246,31 @@ TEST(History, BytesCountEachSharedTileOnce) {
 
     // Snapshots are not counted.
     f.paint(f.base(), 0, 300, 1);
-    f.doc.takeSnapshot("Aside");
+    const Uuid aside = f.doc.takeSnapshot("Aside");
     EXPECT_EQ(f.doc.historyBytes(), 6 * kTileBytes);
+
+    // The running count stays equal to a full recount through every way the
+    // history changes: steps, merges, dropped redo steps, trimming, restores.
+    f.doc.maxUndoSteps = 4;
+    for (int i = 0; i < 40; ++i) {
+        f.paint(f.base(), (i * 97) % 512, (i * 53) % 512, uint8_t(i));
+        if (i % 5 == 0) {
+            // Layers that come and go shift every place in the tree.
+            StudioLayer extra = f.doc.layers.front();
+            extra.id = Uuid::random();
+            f.doc.layers.insert(f.doc.layers.begin(), extra);
+        }
+        if (i % 8 == 0) f.doc.layers.pop_back();
+        if (i % 4 < 2) // runs of two like changes, the second merging
+            f.doc.commit("Drag", "k");
+        else
+            f.doc.commit("Brush");
+        if (i % 7 == 0) f.doc.undo();
+        if (i % 11 == 0) f.doc.jump(2);
+        if (i == 20) f.doc.restoreSnapshot(aside);
+        if (i == 30) f.doc.resetHistory();
+        ASSERT_EQ(f.doc.historyBytes(), recountBytes(f.doc)) << i;
+    }
 }
 
 TEST(History, PaintAfterCommitLeavesTheCommittedTileByteForByte) {

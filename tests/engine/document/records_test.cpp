@@ -11,9 +11,11 @@ namespace {
 
 // A coded record must carry exactly these keys, and lacking any one of them
 // refuses the whole record: decoding gives nothing, and decoding into an
-// existing value leaves it as it was.
+// existing value leaves it as it was. The value must differ from the default
+// in its first field, so that a decoder that stops half way shows.
 template <class T>
 void expectStrictKeys(const T& value, const std::vector<std::string>& keys) {
+    ASSERT_NE(value, T{});
     const json full = value;
     std::vector<std::string> coded;
     for (const auto& [k, v] : full.items())
@@ -28,9 +30,9 @@ void expectStrictKeys(const T& value, const std::vector<std::string>& keys) {
         json lacking = full;
         lacking.erase(key);
         EXPECT_FALSE(decoded<T>(lacking).has_value());
-        T target = value;
+        T target{};
         EXPECT_ANY_THROW(from_json(lacking, target));
-        EXPECT_EQ(target, value);
+        EXPECT_EQ(target, T{});
     }
 }
 
@@ -114,7 +116,8 @@ TEST(Records, KeysAreTheFieldNamesAndAllRequired) {
                                                                    "exposure",
                                                                    "offset",
                                                                    "gammaCorrection"});
-    expectStrictKeys(LevelsChannel{}, {"inBlack", "inWhite", "gamma", "outBlack", "outWhite"});
+    expectStrictKeys(LevelsChannel{0.1, 0.9, 1.2, 0.05, 0.95},
+                     {"inBlack", "inWhite", "gamma", "outBlack", "outWhite"});
     expectStrictKeys(CurvePoint{0.25, 0.75}, {"x", "y"});
     expectStrictKeys(GradientStop{0.5, RGBA::white()}, {"position", "color"});
     expectStrictKeys(FillSpec(FillKind::pattern), {"kind", "color1", "color2", "angle", "centerX", "centerY",
@@ -124,10 +127,11 @@ TEST(Records, KeysAreTheFieldNamesAndAllRequired) {
                       "strokeEnabled", "strokeColor", "strokeWidth", "rotation"});
     expectStrictKeys(TextSpec("Hi"), {"text", "fontFamily", "size", "bold", "italic", "color", "align",
                                       "tracking", "lineSpacing", "x", "y", "boxWidth", "rotation"});
-    expectStrictKeys(EffectsSpec{},
-                     {"shadowOn", "shadowColor", "shadowOpacity", "shadowAngle", "shadowDistance",
-                      "shadowBlur", "strokeOn", "strokeColor", "strokeWidth", "glowOn", "glowColor",
-                      "glowOpacity", "glowSize", "overlayOn", "overlayColor", "overlayOpacity"});
+    EffectsSpec shadow;
+    shadow.shadowOn = true;
+    expectStrictKeys(shadow, {"shadowOn", "shadowColor", "shadowOpacity", "shadowAngle", "shadowDistance",
+                              "shadowBlur", "strokeOn", "strokeColor", "strokeWidth", "glowOn", "glowColor",
+                              "glowOpacity", "glowSize", "overlayOn", "overlayColor", "overlayOpacity"});
 
     // A key missing deep inside refuses the outer record too.
     json adj = AdjustmentSpec(AdjustmentType::levels);
