@@ -10,7 +10,9 @@
 namespace korv {
 
 namespace {
-TileGrid clampedGrid(int64_t w, int64_t h) { return TileGrid(std::max<int64_t>(w, 1), std::max<int64_t>(h, 1)); }
+TileGrid clampedGrid(int64_t w, int64_t h) {
+    return TileGrid(std::max<int64_t>(w, 1), std::max<int64_t>(h, 1));
+}
 
 bool pathIn(const std::vector<StudioLayer>& layers, const Uuid& id, LayerPath& prefix) {
     for (size_t i = 0; i < layers.size(); ++i) {
@@ -44,7 +46,8 @@ const StudioLayer* findConst(const std::vector<StudioLayer>& layers, const Uuid&
 }
 } // namespace
 
-StudioDocument::StudioDocument(int64_t width, int64_t height, double dpi_, std::optional<PaintColor> background)
+StudioDocument::StudioDocument(int64_t width, int64_t height, double dpi_,
+                               std::optional<PaintColor> background)
     : grid(clampedGrid(width, height)), dpi(dpi_) {
     StudioLayer base = StudioLayer::pixelLayer(background ? "Background" : "Layer 1", grid);
     if (background && background->a > 0) {
@@ -53,6 +56,7 @@ StudioDocument::StudioDocument(int64_t width, int64_t height, double dpi_, std::
     }
     activeID = base.id;
     layers.push_back(std::move(base));
+    resetHistory();
 }
 
 StudioDocument::StudioDocument(int64_t width, int64_t height, double dpi_, std::vector<StudioLayer> tree,
@@ -60,6 +64,7 @@ StudioDocument::StudioDocument(int64_t width, int64_t height, double dpi_, std::
     : grid(clampedGrid(width, height)), dpi(dpi_), layers(std::move(tree)) {
     if (layers.empty()) layers.push_back(StudioLayer::pixelLayer("Layer 1", grid));
     activeID = active ? active : std::optional<Uuid>(layers.back().id);
+    resetHistory();
 }
 
 StudioDocument::StudioDocument(const RGBABuffer& image, double dpi_, std::string name)
@@ -68,6 +73,7 @@ StudioDocument::StudioDocument(const RGBABuffer& image, double dpi_, std::string
     base.pixels = TileSet::from(image);
     activeID = base.id;
     layers.push_back(std::move(base));
+    resetHistory();
 }
 
 std::optional<LayerPath> StudioDocument::path(const Uuid& id) const {
@@ -88,9 +94,13 @@ const StudioLayer& StudioDocument::layer(const LayerPath& p) const {
     return *l;
 }
 
-const StudioLayer* StudioDocument::find(const Uuid& id) const { return findConst(layers, id); }
+const StudioLayer* StudioDocument::find(const Uuid& id) const {
+    return findConst(layers, id);
+}
 
-StudioLayer* StudioDocument::findMutable(const Uuid& id) { return const_cast<StudioLayer*>(findConst(layers, id)); }
+StudioLayer* StudioDocument::findMutable(const Uuid& id) {
+    return const_cast<StudioLayer*>(findConst(layers, id));
+}
 
 std::optional<StudioLayer> StudioDocument::layer(const std::optional<Uuid>& id) const {
     if (!id) return std::nullopt;
@@ -106,7 +116,8 @@ std::optional<StudioDocument::Container> StudioDocument::container(const Uuid& i
     return Container{*p, index};
 }
 
-void StudioDocument::withSiblings(const LayerPath& p, const std::function<void(std::vector<StudioLayer>&)>& body) {
+void StudioDocument::withSiblings(const LayerPath& p,
+                                  const std::function<void(std::vector<StudioLayer>&)>& body) {
     std::vector<StudioLayer>* level = &layers;
     for (int64_t i : p) {
         KORV_REQUIRE(i >= 0 && i < int64_t(level->size()));
@@ -137,12 +148,13 @@ std::vector<StudioLayer> StudioDocument::allLayers() const {
 
 std::string StudioDocument::uniqueName(const std::string& base) const {
     std::unordered_set<std::string> names;
-    std::function<void(const std::vector<StudioLayer>&)> collect = [&](const std::vector<StudioLayer>& level) {
-        for (const auto& l : level) {
-            names.insert(l.name);
-            collect(l.children);
-        }
-    };
+    std::function<void(const std::vector<StudioLayer>&)> collect =
+        [&](const std::vector<StudioLayer>& level) {
+            for (const auto& l : level) {
+                names.insert(l.name);
+                collect(l.children);
+            }
+        };
     collect(layers);
     for (int64_t n = 1;; ++n) {
         std::string candidate = base + " " + std::to_string(n);
@@ -154,10 +166,13 @@ uint64_t StudioDocument::fingerprint() const {
     FnvMixer m;
     m.mix(uint64_t(width()));
     m.mix(uint64_t(height()));
-    for (const auto& l : layers) m.mix(l.fingerprint());
+    for (const auto& l : layers)
+        m.mix(l.fingerprint());
     return m.h;
 }
 
-RGBABufferPtr StudioDocument::flattened() const { return StudioRenderer::flatten(*this); }
+RGBABufferPtr StudioDocument::flattened() const {
+    return StudioRenderer::flatten(*this);
+}
 
 } // namespace korv

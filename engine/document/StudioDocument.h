@@ -1,9 +1,11 @@
 #pragma once
-// A picture: the layer tree on one canvas, with its selection, render cache
-// and the set of tiles the canvas must redraw. Used from one thread at a time.
+// A picture: the layer tree on one canvas, with its selection, render cache,
+// undo history and the set of tiles the canvas must redraw. Used from one
+// thread at a time.
 #include "engine/core/PaintColor.h"
 #include "engine/core/RGBABuffer.h"
 #include "engine/core/SelectionRef.h"
+#include "engine/document/History.h"
 #include "engine/document/StudioLayer.h"
 #include "engine/render/RenderCache.h"
 
@@ -21,11 +23,15 @@ using LayerPath = std::vector<int64_t>;
 
 class StudioDocument {
 public:
+    using State = HistoryState;
+    using HistoryItem = korv::HistoryItem;
+
     struct Container {
         LayerPath parent; // empty at the top level
         int64_t index = 0;
     };
 
+    // Every constructor ends with resetHistory(): one item "Open", nothing to undo.
     // One layer "Background" filled with the colour, or a transparent "Layer 1" without one.
     StudioDocument(int64_t width, int64_t height, double dpi = 72.0,
                    std::optional<PaintColor> background = std::nullopt);
@@ -44,6 +50,13 @@ public:
     SelectionRef selection;
     std::set<int64_t> dirtyTiles;
     std::function<void()> onGridChange;
+    // Commits beyond this many steps drop the oldest; at least two items stay.
+    int64_t maxUndoSteps = 60;
+    // Once eleven items exist, old steps drop while the distinct tiles of the
+    // history take more than this.
+    int64_t maxUndoBytes = 2000000000;
+    // Where commits read the time; tests set it to step through the coalescing window.
+    std::function<Clock::time_point()> clock = [] { return Clock::now(); };
 
     int64_t width() const { return grid.width; }
     int64_t height() const { return grid.height; }
@@ -68,9 +81,60 @@ public:
     uint64_t fingerprint() const;
     RGBABufferPtr flattened() const;
 
+    // History. Operations elsewhere never commit: the caller names the step.
+    const std::vector<HistoryItem>& history() const { return history_; }
+    // The item that describes what the document holds.
+    int64_t cursor() const { return cursor_; }
+    const std::vector<HistoryItem>& snapshots() const { return snapshots_; }
+    // Goes up with every commit, undo, redo, jump and snapshot restore, never down.
+    int64_t changeCount() const { return changeCount_; }
+    const std::optional<CoalesceMark>& lastCoalesce() const { return lastCoalesce_; }
+
+    // The current state; freezes every tile, so the next write copies.
+    State capture();
+    // Records a step. With a key, a like change (same key and name, within
+    // two seconds of the last) replaces the last step instead, so a slider
+    // drag of any length is one step.
+    void commit(const std::string& name, std::optional<std::string> coalesce = std::nullopt);
+    void undo();
+    void redo();
+    void jump(int64_t toHistory);
+    // Puts back the last committed state without counting a change (ends a live preview).
+    void revertToLastCommit();
+    // The history becomes one item "Open" with the current state.
+    void resetHistory();
+    Uuid takeSnapshot(const std::string& name);
+    // Restores the snapshot as an undoable step "Snapshot: <name>"; false for an unknown id.
+    bool restoreSnapshot(const Uuid& id);
+    void deleteSnapshot(const Uuid& id);
+    bool canUndo() const { return cursor_ > 0; }
+    bool canRedo() const { return cursor_ < int64_t(history_.size()) - 1; }
+    std::optional<std::string> undoName() const;
+    std::optional<std::string> redoName() const;
+    // Bytes of the distinct tiles the history reaches; snapshots don't count.
+    int64_t historyBytes() const;
+
+    void markDirty(const IRect& rect);
+    void markDirty(const std::vector<int64_t>& tiles);
+    void markAllDirty();
+    // The dirty tile indices in ascending order; the set is emptied.
+    std::vector<int64_t> takeDirtyTiles();
+
 private:
+    void commitStep(std::string name, Clock::time_point now);
+    void trim();
+    void restore(const State& state, bool counts);
+
     StudioLayer* findMutable(const Uuid& id);
     std::unique_ptr<RenderCache> cache_ = std::make_unique<RenderCache>();
+    // Never empty; cursor_ is an index into it.
+    std::vector<HistoryItem> history_;
+    // Mirrors history_, so the byte budget never walks all the states.
+    TileLedger historyTiles_;
+    int64_t cursor_ = 0;
+    std::vector<HistoryItem> snapshots_;
+    int64_t changeCount_ = 0;
+    std::optional<CoalesceMark> lastCoalesce_;
 };
 
 } // namespace korv

@@ -1,6 +1,7 @@
 #include "engine/document/StudioLayer.h"
 
 #include "engine/core/Fnv.h"
+#include "engine/document/RecordCoding.h"
 
 #include <array>
 #include <cmath>
@@ -21,8 +22,12 @@ constexpr std::array<KindRow, 6> kKinds{{
 }};
 } // namespace
 
-std::string_view toString(StudioLayerKind k) { return kKinds[size_t(k)].name; }
-std::string_view displayName(StudioLayerKind k) { return kKinds[size_t(k)].display; }
+std::string_view toString(StudioLayerKind k) {
+    return kKinds[size_t(k)].name;
+}
+std::string_view displayName(StudioLayerKind k) {
+    return kKinds[size_t(k)].display;
+}
 std::optional<StudioLayerKind> layerKindFromString(std::string_view text) {
     for (size_t i = 0; i < kKinds.size(); ++i)
         if (kKinds[i].name == text) return StudioLayerKind(i);
@@ -44,7 +49,8 @@ StudioLayer StudioLayer::group(std::string name, std::vector<StudioLayer> childr
 void StudioLayer::freezeAll() {
     if (pixels) pixels->freeze();
     if (mask) mask->freeze();
-    for (auto& c : children) c.freezeAll();
+    for (auto& c : children)
+        c.freezeAll();
 }
 
 uint64_t StudioLayer::fingerprint() const {
@@ -61,7 +67,17 @@ uint64_t StudioLayer::fingerprint() const {
     m.mix(maskEnabled ? 7 : 8);
     m.mix(pixels ? pixels->fingerprint() : 11);
     m.mix(mask ? (mask->fingerprint() ^ 85) : 12);
-    for (const auto& c : children) m.mix(c.fingerprint());
+    // A record that can't be encoded leaves its step out rather than failing the hash.
+    auto mixRecord = [&m](const auto& record) {
+        if (auto h = recordHash(record)) m.mix(*h);
+    };
+    if (adjustment) mixRecord(*adjustment);
+    if (fill) mixRecord(*fill);
+    if (text) mixRecord(*text);
+    if (shape) mixRecord(*shape);
+    mixRecord(effects);
+    for (const auto& c : children)
+        m.mix(c.fingerprint());
     return m.h;
 }
 

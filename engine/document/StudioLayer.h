@@ -3,6 +3,9 @@
 // never pixels, so a history state is a copy of the top-level array.
 #include "engine/core/TileSet.h"
 #include "engine/core/Uuid.h"
+#include "engine/document/AdjustmentSpec.h"
+#include "engine/document/ContentSpecs.h"
+#include "engine/document/EffectsSpec.h"
 #include "engine/render/BlendMode.h"
 
 #include <optional>
@@ -32,19 +35,27 @@ struct StudioLayer {
     // Stores the hidden amount: 255 - alpha is what shows; an absent tile shows all.
     std::optional<TileSet> mask;
     bool maskEnabled = true;
+    // The parameters of the non-pixel kinds; only the one of the layer's kind is in use.
+    std::optional<AdjustmentSpec> adjustment;
+    std::optional<FillSpec> fill;
+    std::optional<TextSpec> text;
+    std::optional<ShapeSpec> shape;
+    EffectsSpec effects;
     std::vector<StudioLayer> children; // bottom first
     bool isExpanded = true;
     int64_t version = 0;
 
     StudioLayer() = default;
-    StudioLayer(Uuid id, std::string name, StudioLayerKind kind) : id(id), name(std::move(name)), kind(kind) {}
+    StudioLayer(Uuid id, std::string name, StudioLayerKind kind)
+        : id(id), name(std::move(name)), kind(kind) {}
     static StudioLayer pixelLayer(std::string name, const TileGrid& grid);
     static StudioLayer group(std::string name, std::vector<StudioLayer> children);
 
     bool isGroup() const { return kind == StudioLayerKind::group; }
     bool isAdjustment() const { return kind == StudioLayerKind::adjustment; }
     bool isVector() const {
-        return kind == StudioLayerKind::text || kind == StudioLayerKind::shape || kind == StudioLayerKind::fill;
+        return kind == StudioLayerKind::text || kind == StudioLayerKind::shape ||
+               kind == StudioLayerKind::fill;
     }
     bool hasMask() const { return mask.has_value(); }
     // The visible amount of the mask at (x, y): 255 where nothing hides the layer.

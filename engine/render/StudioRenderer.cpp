@@ -2,6 +2,7 @@
 
 #include "engine/core/Fnv.h"
 #include "engine/core/ParallelFor.h"
+#include "engine/document/RecordCoding.h"
 #include "engine/document/StudioDocument.h"
 #include "engine/render/PixelMath.h"
 #include "engine/render/WorkBuffers.h"
@@ -230,10 +231,11 @@ RGBABufferPtr sampleNearest(int64_t width, int64_t height, int64_t maxSide,
 } // namespace
 
 std::string specKeyOfJSON(const nlohmann::json& j) {
-    // nlohmann's objects keep their keys sorted, so dump() is canonical.
-    const std::string text = j.dump();
+    // The same canonical bytes as the layer fingerprint hashes.
+    const std::optional<uint64_t> h = canonicalHash(j);
+    if (!h) return "?";
     char buf[24];
-    std::snprintf(buf, sizeof buf, "%llx", static_cast<unsigned long long>(fnv(text.data(), text.size())));
+    std::snprintf(buf, sizeof buf, "%llx", static_cast<unsigned long long>(*h));
     return buf;
 }
 
@@ -256,6 +258,10 @@ RenderPlan plan(const std::vector<StudioLayer>& layers, const TileGrid& grid, Re
         node.visible = layer.isVisible;
         node.clipping = layer.isClipping;
         node.raster = contentRaster(layer, grid, cache);
+        // The overlay needs no raster of its own, so it holds for every kind.
+        if (const EffectsSpec& fx = layer.effects; fx.overlayOn)
+            node.overlay = std::array<float, 4>{float(fx.overlayColor.r), float(fx.overlayColor.g),
+                                                float(fx.overlayColor.b), float(fx.overlayOpacity)};
         if (layer.maskEnabled) node.mask = layer.mask;
         if (layer.isGroup()) node.children = plan(layer.children, grid, cache);
         nodes.push_back(std::move(node));
