@@ -179,15 +179,12 @@ TEST(Fse, DecoderTableInvertsEncoderTable) {
     // whole word at a time and must not step below the buffer.
     Bytes stream(symbols.size() * 2 + 24);
     detail::BitWriter w(stream.data() + 8);
-    std::uint32_t state = 0;
+    std::uint32_t state = 1024; // encoder states run over [N, 2N)
     for (std::size_t i = symbols.size(); i-- > 0;) {
-        const detail::EncoderEntry& e = encoder[symbols[i]];
-        const int x = static_cast<int>(state);
-        const int nbits = x >= e.threshold ? e.k : e.k - 1;
-        w.put(static_cast<std::uint32_t>(x) & ((1u << nbits) - 1), nbits);
-        state = static_cast<std::uint32_t>((x >> nbits) + (x >= e.threshold ? e.deltaHigh : e.deltaLow));
+        detail::encodeSymbol(w, state, encoder[symbols[i]]);
         w.flush();
     }
+    state -= 1024;
     const int padding = w.finish(stream.data() + stream.size());
     ASSERT_LE(padding, 0);
     detail::BitReader r;
