@@ -25,8 +25,6 @@ constexpr std::size_t kLzvnThreshold = 4096;
 constexpr std::size_t kFseMinInput = 64;
 // Block sizes and positions are 32-bit in the stream and in the match finder.
 constexpr std::size_t kMaxInput = 0xffffffffu - kSegmentBytes;
-// Constant channels of 4-byte pixels are what carving is for.
-constexpr std::uint32_t kPixelBytes = 4;
 // Matches at least this long survive carving; shorter ones mostly break the
 // regular pattern of triples that makes carving cheap.
 constexpr std::uint32_t kKeepAcrossCarving = 8;
@@ -147,39 +145,20 @@ private:
     bool ok_ = true;
 };
 
-// Picks, for one segment, the cheapest of the parse as found and its carved
-// forms, leaving the choice in s.carved unless it is the parse itself.
+// Picks, for one segment, the cheaper of the parse as found and its carved
+// form, leaving the choice in s.carved unless it is the parse itself.
 const Sequence* chooseParse(const std::uint8_t* src, std::size_t start, std::size_t end, std::size_t& count,
                             EncoderScratch& s) {
-    struct Carving {
-        std::uint32_t phases;
-        std::uint32_t keep;
-    };
-    constexpr std::uint32_t kAllPhases = (1u << kPixelBytes) - 1;
-    Carving options[2] = {{kAllPhases, kKeepAcrossCarving}, {0, 0}};
-    int optionCount = 1;
-    const std::uint32_t phases = periodicPhases(src, start, end, kPixelBytes);
-    if (phases != 0 && phases != kAllPhases) options[optionCount++] = {phases, kKeepAcrossCarving};
-
-    double bestBits = estimateBits(src, start, s.parsed, count);
-    int best = -1;
-    std::size_t carvedCount = 0;
-    for (int i = 0; i < optionCount; ++i) {
-        const std::size_t n = carvePeriodic(src, start, end, s.parsed, count, kPixelBytes, options[i].phases,
-                                            options[i].keep, s.carved);
-        const double bits = estimateBits(src, start, s.carved, n);
-        if (bits < bestBits) {
-            bestBits = bits;
-            best = i;
-            carvedCount = n;
-        }
+    // Only the phases that repeat often are carved: carving the others
+    // mostly splits literal runs for little gain.
+    const std::uint32_t phases = periodicPhases(src, start, s.parsed, count, kKeepAcrossCarving);
+    if (phases == 0) return s.parsed;
+    const std::size_t carved =
+        carvePeriodic(src, start, end, s.parsed, count, phases, kKeepAcrossCarving, s.carved);
+    if (estimateBits(src, start, s.carved, carved) >= estimateBits(src, start, s.parsed, count)) {
+        return s.parsed;
     }
-    if (best < 0) return s.parsed;
-    if (best != optionCount - 1) {
-        carvedCount = carvePeriodic(src, start, end, s.parsed, count, kPixelBytes, options[best].phases,
-                                    options[best].keep, s.carved);
-    }
-    count = carvedCount;
+    count = carved;
     return s.carved;
 }
 
@@ -190,7 +169,7 @@ std::size_t encodeFse(std::uint8_t* dst, std::size_t dstCapacity, const std::uin
     std::uint32_t repeat = 0;
     for (std::size_t start = 0; start < n && out.ok();) {
         const std::size_t end = std::min(n, start + kSegmentBytes);
-        std::size_t count = parseSegment(src, n, start, end, s.table, s.costs, repeat, s.parsed);
+        std::size_t count = parseSegment(src, n, start, end, s.table, repeat, s.parsed);
         const Sequence* seqs = chooseParse(src, start, end, count, s);
         out.writeSegment(seqs, count);
         start = end;

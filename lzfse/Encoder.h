@@ -66,7 +66,6 @@ struct EncoderScratch {
     HashBucket table[std::size_t{1} << kHashBits];
     Sequence parsed[kSegmentBytes + 1];
     Sequence carved[kSegmentBytes + 1];
-    std::uint32_t costs[kSegmentBytes + 1];
     FseBlockScratch block;
     std::uint32_t lzvnTable[std::size_t{kLzvnWays} << kLzvnHashBits];
 };
@@ -83,26 +82,28 @@ double estimateBits(const std::uint8_t* src, std::size_t start, const Sequence* 
 
 // Finds matches in [start, end) of src (n bytes), recording positions in
 // `table` (which persists across segments of one input); `repeat` carries the
-// last match distance from segment to segment. `costs` is working space for
-// end - start + 1 values.
+// last match distance from segment to segment.
 std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t start, std::size_t end,
-                         HashBucket* table, std::uint32_t* costs, std::uint32_t& repeat, Sequence* out);
+                         HashBucket* table, std::uint32_t& repeat, Sequence* out);
+
+// The period of the repeats carving looks for: the bytes of an RGBA pixel.
+inline constexpr std::uint32_t kCarvePeriod = 4;
 
 // Rewrites a parse of [start, end): matches shorter than `keep` go back to
 // literals, and in the literal runs every byte at a phase (its position
-// modulo `period`) set in `phases` that equals the byte `period` before it
-// starts a match at that distance. On pixels with a constant channel, such as
-// the alpha of an opaque image, this removes a quarter of the literals for
-// triples that repeat identically and so cost almost nothing to code;
-// estimateBits decides whether it pays.
+// modulo kCarvePeriod) set in `phases` that equals the byte kCarvePeriod
+// before it starts a match at that distance. On pixels with a constant
+// channel, such as the alpha of an opaque image, this removes a quarter of
+// the literals for triples that repeat identically and so cost almost
+// nothing to code; estimateBits decides whether it pays.
 std::size_t carvePeriodic(const std::uint8_t* src, std::size_t start, std::size_t end, const Sequence* in,
-                          std::size_t count, std::uint32_t period, std::uint32_t phases, std::uint32_t keep,
-                          Sequence* out);
+                          std::size_t count, std::uint32_t phases, std::uint32_t keep, Sequence* out);
 
-// The phases (bit p for positions p modulo period, period <= 32) in which
-// bytes of [start, end) often equal the byte `period` before them.
-std::uint32_t periodicPhases(const std::uint8_t* src, std::size_t start, std::size_t end,
-                             std::uint32_t period);
+// The phases (bit p for positions p modulo kCarvePeriod) in which the bytes
+// carving could take (literals and matches shorter than `keep`) often equal
+// the byte kCarvePeriod before them.
+std::uint32_t periodicPhases(const std::uint8_t* src, std::size_t start, const Sequence* seqs,
+                             std::size_t count, std::uint32_t keep);
 
 // Clears the history for a new input.
 void resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table);

@@ -83,14 +83,14 @@ void buildEncoder(const std::uint16_t* freq, int symbols, int states, EncoderEnt
     for (int s = 0; s < symbols; ++s) {
         const int f = freq[s];
         if (f == 0) {
-            table[s] = EncoderEntry{0, 0, 0, 0};
+            table[s] = EncoderEntry{0, 0};
             continue;
         }
+        // Unsigned wrap-around is intended: x + nbitsDelta lands in
+        // [k << 16, (k + 1) << 16) or just below it.
         const int k = shiftFor(f, states);
-        table[s].threshold = (f << k) - states;
-        table[s].k = k;
-        table[s].deltaHigh = offset - f + (states >> k);
-        table[s].deltaLow = offset - f + ((2 * states) >> k);
+        table[s].nbitsDelta = (static_cast<std::uint32_t>(k) << 16) - (static_cast<std::uint32_t>(f) << k);
+        table[s].stateDelta = static_cast<std::uint32_t>(offset - f + states);
         offset += f;
     }
 }

@@ -43,14 +43,13 @@ void buildLiteralDecoder(const std::uint16_t* freq, LiteralEntry* table);
 void buildValueDecoder(const std::uint16_t* freq, int symbols, int states, const std::uint8_t* extraBits,
                        const std::uint32_t* base, ValueEntry* table);
 
-// Encoding symbol s from state x (in [0, N)): if x >= threshold the low k bits
-// of x are written and the state becomes deltaHigh + (x >> k), otherwise the
-// low k-1 bits and deltaLow + (x >> (k - 1)).
+// Encoding works on x = state + N, in [N, 2N). Symbol s with f states and
+// shift k writes k bits of x when x >= f * 2^k, else k - 1 bits, and moves to
+// (x >> bits) + (its first state - f + N). Adding nbitsDelta to x puts the
+// bit count in bits 16 and up, which avoids a comparison.
 struct EncoderEntry {
-    std::int32_t threshold;
-    std::int32_t k;
-    std::int32_t deltaHigh;
-    std::int32_t deltaLow;
+    std::uint32_t nbitsDelta;
+    std::uint32_t stateDelta;
 };
 
 void buildEncoder(const std::uint16_t* freq, int symbols, int states, EncoderEntry* table);
@@ -118,62 +117,62 @@ private:
     int count_ = 0;
 };
 
-// Reads a stream written by BitWriter backwards, from its end. `floor` is the
-// lowest byte the reader may load; it keeps 56..63 bits buffered.
+// Writes symbol `e` (its encoder entry) from the encoder state x, in [N, 2N).
+inline void encodeSymbol(BitWriter& out, std::uint32_t& x, const EncoderEntry& e) {
+    const std::uint32_t nbits = (x + e.nbitsDelta) >> 16;
+    out.put(x & ((1u << nbits) - 1), static_cast<int>(nbits));
+    x = (x >> nbits) + e.stateDelta;
+}
+
+// Reads a stream written by BitWriter backwards, from its end: a word loaded
+// at pos_ whose top consumed_ bits are used up. `floor` is the lowest byte it
+// may load.
 class BitReader {
 public:
-    // `end` is one past the stream's last byte; `padding` the header's -7..0.
-    // Fails when the stream is too short or the padding bits are not zero.
+    // `end` is one past the stream's last byte; `padding` the header's -8..0,
+    // the unused top bits of the last byte, which must be zero.
     bool init(const std::uint8_t* end, int padding, const std::uint8_t* floor) {
         floor_ = floor;
-        if (padding < -7 || padding > 0) return false;
-        if (padding == 0) {
-            // Seven bytes, so that the buffer never holds a full 64 bits.
-            if (end - floor < 7) return false;
-            pos_ = end - 7;
-            acc_ = 0;
-            std::memcpy(&acc_, pos_, 7);
-            count_ = 56;
-        } else {
-            if (end - floor < 8) return false;
-            pos_ = end - 8;
-            acc_ = load64(pos_);
-            count_ = 64 + padding;
-        }
-        return (acc_ >> count_) == 0;
+        if (padding < -8 || padding > 0 || end - floor < 8) return false;
+        pos_ = end - 8;
+        word_ = load64(pos_);
+        consumed_ = -padding;
+        return padding == 0 || (word_ >> (64 + padding)) == 0;
     }
 
-    // Refills to at least 56 bits. Fails rather than step below the floor.
+    // Moves on to the unconsumed bits, so that 57 or more are at hand. Fails
+    // rather than load below the floor, which a complete stream never needs.
     bool refill() {
-        const int bytes = (63 - count_) >> 3;
-        const std::uint8_t* next = pos_ - bytes;
+        const std::uint8_t* next = pos_ - (consumed_ >> 3);
         if (next < floor_) return false;
         pos_ = next;
-        if (bytes != 0) {
-            const int bits = bytes * 8;
-            acc_ = (acc_ << bits) | (load64(next) & ((std::uint64_t{1} << bits) - 1));
-            count_ += bits;
-        }
+        consumed_ &= 7;
+        word_ = load64(next);
         return true;
     }
 
-    // Takes the next n (0..count) bits.
+    // Refills only when fewer than `bits` remain: where symbols take few bits,
+    // this keeps the load off the decoding's critical path.
+    bool ensure(int bits) { return consumed_ <= 64 - bits || refill(); }
+
+    // Takes the next n (0..32) bits; callers refill before 57 bits are used.
     std::uint32_t take(int n) {
-        count_ -= n;
-        const std::uint64_t v = acc_ >> count_;
-        acc_ &= (std::uint64_t{1} << count_) - 1;
+        const std::uint64_t v = ((word_ << consumed_) >> 1) >> (63 - n);
+        consumed_ += n;
         return static_cast<std::uint32_t>(v);
     }
 
     // Bit offset from `start` of the lowest bit consumed so far. A stream read
     // in full ends at its first byte; anything lower was read from before it.
-    std::ptrdiff_t consumedDownTo(const std::uint8_t* start) const { return (pos_ - start) * 8 + count_; }
+    std::ptrdiff_t consumedDownTo(const std::uint8_t* start) const {
+        return (pos_ - start) * 8 + (64 - consumed_);
+    }
 
 private:
     const std::uint8_t* pos_ = nullptr;
     const std::uint8_t* floor_ = nullptr;
-    std::uint64_t acc_ = 0;
-    int count_ = 0;
+    std::uint64_t word_ = 0;
+    int consumed_ = 0;
 };
 
 } // namespace korv::lzfse::detail

@@ -131,7 +131,7 @@ DecodeStatus readV1(const std::uint8_t* block, std::size_t available, FseBlockHe
 // of four, as the four interleaved streams always decode together).
 DecodeStatus decodeLiterals(const std::uint8_t* block, const FseBlockHeader& h, FseDecoderScratch& scratch) {
     const std::uint8_t* start = block + h.headerBytes;
-    const std::uint8_t* end = start + h.literalPayloadBytes;
+    const std::uint8_t* const end = start + h.literalPayloadBytes;
     // A stream shorter than the reader's first load reaches back into the
     // header, which is always longer than that.
     BitReader in;
@@ -148,13 +148,12 @@ DecodeStatus decodeLiterals(const std::uint8_t* block, const FseBlockHeader& h, 
         state = (e >> 16) + in.take(static_cast<int>(e & 0xff));
         return static_cast<std::uint8_t>(e >> 8);
     };
-    const std::uint32_t count = (h.literals + 3) & ~3u;
-    for (std::uint32_t i = 0; i < count; i += 4) {
+    for (std::uint8_t* const end4 = out + ((h.literals + 3) & ~3u); out < end4; out += 4) {
         if (!in.refill()) return DecodeStatus::corrupt;
-        out[i + 0] = step(s0);
-        out[i + 1] = step(s1);
-        out[i + 2] = step(s2);
-        out[i + 3] = step(s3);
+        out[0] = step(s0);
+        out[1] = step(s1);
+        out[2] = step(s2);
+        out[3] = step(s3);
     }
     if (in.consumedDownTo(block) < static_cast<std::ptrdiff_t>(h.headerBytes) * 8) {
         return DecodeStatus::corrupt;
@@ -188,42 +187,53 @@ DecodeStatus decodeFseBlock(const std::uint8_t* block, const FseBlockHeader& h, 
 
     if (const DecodeStatus s = decodeLiterals(block, h, scratch); s != DecodeStatus::ok) return s;
 
+    // As for literals, the reader may load from just before the stream; the
+    // check after the loop makes sure no bit from there was used.
     const std::uint8_t* lmdStart = block + h.headerBytes + h.literalPayloadBytes;
     BitReader in;
-    if (!in.init(lmdStart + h.lmdPayloadBytes, h.lmdBits, lmdStart)) return DecodeStatus::corrupt;
+    if (!in.init(lmdStart + h.lmdPayloadBytes, h.lmdBits, lmdStart - 8)) return DecodeStatus::corrupt;
 
     std::uint32_t lState = h.lState;
     std::uint32_t mState = h.mState;
     std::uint32_t dState = h.dState;
-    const ValueEntry* lTable = scratch.lTable;
-    const ValueEntry* mTable = scratch.mTable;
-    const ValueEntry* dTable = scratch.dTable;
-    auto value = [&](const ValueEntry* table, std::uint32_t& state) {
-        const ValueEntry e = table[state];
+    const FseDecoderScratch& tables = scratch;
+    // The state bits sit above the extra bits in what is taken.
+    auto value = [&in](const ValueEntry& e, std::uint32_t& state) {
         const std::uint32_t bits = in.take(e.totalBits);
-        state = e.delta + (bits >> e.extraBits);
-        return e.base + (bits & ((1u << e.extraBits) - 1));
+        const std::uint32_t high = bits >> e.extraBits;
+        state = e.delta + high;
+        return e.base + bits - (high << e.extraBits);
     };
 
     const std::uint8_t* lit = scratch.literals;
     const std::uint8_t* const litEnd = scratch.literals + h.literals;
+    std::uint8_t* const begin = out.begin;
     std::uint8_t* dst = out.pos;
     std::uint8_t* const blockEnd = out.pos + h.rawBytes;
+    // Wide copies need kCopySlack bytes of room after each triple's bytes;
+    // no triple makes more than kMaxLValue + kMaxMValue bytes, so before this
+    // point none needs checking.
+    std::uint8_t* const wideEnd =
+        static_cast<std::size_t>(out.end - dst) > kMaxLValue + kMaxMValue + kCopySlack
+            ? out.end - (kMaxLValue + kMaxMValue + kCopySlack)
+            : dst;
     // A distance of 0 repeats the previous one; a block starts without one.
     std::size_t distance = 0;
 
-    for (std::uint32_t i = 0; i < h.matches; ++i) {
-        if (!in.refill()) return DecodeStatus::corrupt;
-        const std::size_t l = value(lTable, lState);
-        const std::size_t m = value(mTable, mState);
-        const std::size_t d = value(dTable, dState);
+    // One triple takes at most 6 + 8 (L), 6 + 11 (M) and 8 + 15 (D) bits.
+    constexpr int kMaxTripleBits = 54;
+    for (std::uint32_t i = h.matches; i > 0; --i) {
+        if (!in.ensure(kMaxTripleBits)) return DecodeStatus::corrupt;
+        const std::size_t l = value(tables.lTable[lState], lState);
+        const std::size_t m = value(tables.mTable[mState], mState);
+        const std::size_t d = value(tables.dTable[dState], dState);
         if (d != 0) distance = d;
 
         if (l > static_cast<std::size_t>(litEnd - lit) || l + m > static_cast<std::size_t>(blockEnd - dst) ||
-            distance == 0 || distance > static_cast<std::size_t>(dst - out.begin) + l) {
+            distance - 1 >= static_cast<std::size_t>(dst + l - begin)) {
             return DecodeStatus::corrupt;
         }
-        if (static_cast<std::size_t>(out.end - dst) >= l + m + kCopySlack) {
+        if (dst < wideEnd) {
             copyWide(dst, lit, l);
             dst += l;
             lit += l;
@@ -237,7 +247,7 @@ DecodeStatus decodeFseBlock(const std::uint8_t* block, const FseBlockHeader& h, 
             dst += m;
         }
     }
-    if (dst != blockEnd) return DecodeStatus::corrupt;
+    if (dst != blockEnd || in.consumedDownTo(lmdStart) < 0) return DecodeStatus::corrupt;
     out.pos = dst;
     return DecodeStatus::ok;
 }

@@ -59,14 +59,6 @@ std::size_t writePackedFrequencies(const std::uint16_t* freq, std::uint8_t* out)
     return static_cast<std::size_t>(out - start);
 }
 
-inline void encodeSymbol(BitWriter& out, std::uint32_t& state, const EncoderEntry& e) {
-    const int x = static_cast<int>(state);
-    const bool high = x >= e.threshold;
-    const int nbits = high ? e.k : e.k - 1;
-    out.put(static_cast<std::uint32_t>(x) & ((1u << nbits) - 1), nbits);
-    state = static_cast<std::uint32_t>((x >> nbits) + (high ? e.deltaHigh : e.deltaLow));
-}
-
 template <std::size_t N>
 inline void encodeValue(BitWriter& out, std::uint32_t& state, const EncoderEntry* table,
                         const ValueClasses<N>& classes, int symbol, std::uint32_t value) {
@@ -149,7 +141,7 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
         return out.flushExact(dstEnd);
     };
     BitWriter literalsOut(dst + headerBytes);
-    std::uint32_t ls[4] = {0, 0, 0, 0};
+    std::uint32_t ls[4] = {kLiteralStates, kLiteralStates, kLiteralStates, kLiteralStates};
     for (std::uint32_t i = paddedLiterals; i > 0;) {
         i -= 4;
         encodeSymbol(literalsOut, ls[3], s.literalEncoder[s.literals[i + 3]]);
@@ -167,9 +159,9 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
     if (dstEnd - lmdStart < 8) return 0;
     store64(lmdStart, 0);
     BitWriter lmdOut(lmdStart + 8);
-    std::uint32_t lState = 0;
-    std::uint32_t mState = 0;
-    std::uint32_t dState = 0;
+    std::uint32_t lState = kLStates;
+    std::uint32_t mState = kMStates;
+    std::uint32_t dState = kDStates;
     for (std::uint32_t i = tripleCount; i > 0;) {
         --i;
         const Triple& t = s.triples[i];
@@ -188,9 +180,12 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
     store32(dst + 4, rawBytes);
     store64(dst + 8, field(paddedLiterals, 0) | field(literalPayload, 20) | field(tripleCount, 40) |
                          field(static_cast<std::uint64_t>(literalBits + 7), 60));
+    for (std::uint32_t& x : ls)
+        x -= kLiteralStates;
     store64(dst + 16, field(ls[0], 0) | field(ls[1], 10) | field(ls[2], 20) | field(ls[3], 30) |
                           field(lmdPayload, 40) | field(static_cast<std::uint64_t>(lmdBits + 7), 60));
-    store64(dst + 24, field(headerBytes, 0) | field(lState, 32) | field(mState, 42) | field(dState, 52));
+    store64(dst + 24, field(headerBytes, 0) | field(lState - kLStates, 32) | field(mState - kMStates, 42) |
+                          field(dState - kDStates, 52));
     return static_cast<std::size_t>(lmdOut.position() - dst);
 }
 

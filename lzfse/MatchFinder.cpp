@@ -58,10 +58,10 @@ struct Candidate {
 
 class Parser {
 public:
-    // costs[i - start] is the literal cost of the segment's bytes before i.
-    Parser(const std::uint8_t* src, std::size_t start, std::size_t end, HashBucket* table,
-           std::uint32_t repeat, const std::uint32_t* costs)
-        : src_(src), start_(start), end_(end), table_(table), repeat_(repeat), costs_(costs) {}
+    // costs[b] is the literal cost of byte value b.
+    Parser(const std::uint8_t* src, std::size_t end, HashBucket* table, std::uint32_t repeat,
+           const std::uint16_t* costs)
+        : src_(src), end_(end), table_(table), repeat_(repeat), costs_(costs) {}
 
     void insert(std::size_t pos) {
         const std::uint32_t x = load32(src_ + pos);
@@ -108,37 +108,39 @@ private:
     void consider(Candidate& best, std::size_t pos, std::uint32_t length, std::uint32_t distance,
                   bool repeat) const {
         if (length == 0) return;
-        const int saved = static_cast<int>(costs_[pos - start_ + length] - costs_[pos - start_]);
+        const int saved = literalCost(pos, length);
         const int gain = saved - matchCost(length, distance, repeat);
         if (gain > best.gain) best = Candidate{length, distance, gain};
     }
 
+    // What the bytes would cost as literals. Past the first few, a match
+    // wins by far anyway, so the rest count at the cost of a common byte.
+    int literalCost(std::size_t pos, std::uint32_t length) const {
+        constexpr std::uint32_t kCounted = 16;
+        const std::uint32_t counted = std::min(length, kCounted);
+        int sum = 0;
+        for (std::uint32_t i = 0; i < counted; ++i)
+            sum += costs_[src_[pos + i]];
+        return sum + static_cast<int>(length - counted) * kUnit;
+    }
+
     const std::uint8_t* src_;
-    std::size_t start_;
     std::size_t end_;
     HashBucket* table_;
     std::uint32_t repeat_;
-    const std::uint32_t* costs_;
+    const std::uint16_t* costs_;
 };
 
-// Running sums of the bytes' literal costs over [start, end), each byte
-// costing what its frequency in the range says.
-void literalCosts(const std::uint8_t* src, std::size_t start, std::size_t end, std::uint32_t* sums) {
+// The literal cost of each byte value, from its frequency in [start, end).
+void literalCosts(const std::uint8_t* src, std::size_t start, std::size_t end, std::uint16_t* cost) {
     std::uint32_t counts[256] = {};
     for (std::size_t i = start; i < end; ++i)
         ++counts[src[i]];
     const double total = static_cast<double>(end - start);
-    std::uint32_t cost[256];
     for (int b = 0; b < 256; ++b) {
         cost[b] = counts[b] == 0
                       ? 0
-                      : static_cast<std::uint32_t>(std::max(1.0, kUnit * std::log2(total / counts[b]) + 0.5));
-    }
-    std::uint32_t sum = 0;
-    sums[0] = 0;
-    for (std::size_t i = start; i < end; ++i) {
-        sum += cost[src[i]];
-        sums[i - start + 1] = sum;
+                      : static_cast<std::uint16_t>(std::max(1.0, kUnit * std::log2(total / counts[b]) + 0.5));
     }
 }
 
@@ -168,9 +170,10 @@ void resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table) {
 }
 
 std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t start, std::size_t end,
-                         HashBucket* table, std::uint32_t* costs, std::uint32_t& repeat, Sequence* out) {
+                         HashBucket* table, std::uint32_t& repeat, Sequence* out) {
+    std::uint16_t costs[256];
     literalCosts(src, start, end, costs);
-    Parser parser(src, start, end, table, repeat, costs);
+    Parser parser(src, end, table, repeat, costs);
     std::size_t count = 0;
     std::size_t literalStart = start;
     std::size_t pos = start;
@@ -180,7 +183,9 @@ std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t sta
     while (pos < last) {
         Candidate best = parser.search(pos);
         if (best.gain <= 0) {
-            ++pos;
+            // Deep in a run of literals matches are unlikely: look less often,
+            // the more so the longer the run.
+            pos += 1 + ((pos - literalStart) >> 6);
             continue;
         }
         // One step of lookahead: a better match starting at the next byte wins.
@@ -222,24 +227,31 @@ std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t sta
     return count;
 }
 
-std::uint32_t periodicPhases(const std::uint8_t* src, std::size_t start, std::size_t end,
-                             std::uint32_t period) {
-    std::uint32_t equal[32] = {};
-    for (std::size_t i = std::max<std::size_t>(start, period); i < end; ++i) {
-        equal[i % period] += src[i] == src[i - period];
+std::uint32_t periodicPhases(const std::uint8_t* src, std::size_t start, const Sequence* seqs,
+                             std::size_t count, std::uint32_t keep) {
+    std::uint32_t equal[kCarvePeriod] = {};
+    std::size_t carvable = 0;
+    std::size_t pos = start;
+    for (std::size_t k = 0; k < count; ++k) {
+        const Sequence& s = seqs[k];
+        const std::size_t end = pos + s.literals + (s.length < keep ? s.length : 0);
+        for (std::size_t i = std::max<std::size_t>(pos, kCarvePeriod); i < end; ++i) {
+            equal[i % kCarvePeriod] += src[i] == src[i - kCarvePeriod];
+        }
+        carvable += end - pos;
+        pos += s.literals + s.length;
     }
-    // A phase qualifies when at least a third of its bytes repeat.
-    const std::size_t perPhase = (end - start) / period;
+    // A phase qualifies when at least a third of its carvable bytes repeat.
     std::uint32_t phases = 0;
-    for (std::uint32_t p = 0; p < period; ++p) {
-        if (3 * std::size_t{equal[p]} > perPhase) phases |= 1u << p;
+    for (std::uint32_t p = 0; p < kCarvePeriod; ++p) {
+        if (3 * kCarvePeriod * std::size_t{equal[p]} > carvable) phases |= 1u << p;
     }
     return phases;
 }
 
 std::size_t carvePeriodic(const std::uint8_t* src, std::size_t start, std::size_t end, const Sequence* in,
-                          std::size_t count, std::uint32_t period, std::uint32_t phases, std::uint32_t keep,
-                          Sequence* out) {
+                          std::size_t count, std::uint32_t phases, std::uint32_t keep, Sequence* out) {
+    constexpr std::uint32_t period = kCarvePeriod;
     std::size_t written = 0;
     std::size_t pos = start;      // input position of in[k]
     std::size_t runStart = start; // first literal not yet in an output sequence
