@@ -80,7 +80,7 @@ void BM_Baseline_LzfseDecodeTiles(benchmark::State& state) {
         size_t n = lzfse::encode(work.data(), work.size(), t->pixels(), size_t(kTileBytes));
         packed.emplace_back(work.begin(), work.begin() + std::ptrdiff_t(n));
     }
-    std::vector<uint8_t> out(size_t(kTileBytes));
+    std::vector<uint8_t> out(static_cast<size_t>(kTileBytes));
     for (auto _ : state)
         for (const auto& p : packed)
             benchmark::DoNotOptimize(lzfse::decode(out.data(), out.size(), p.data(), p.size()));

@@ -470,26 +470,33 @@ std::unique_ptr<StudioDocument> decode(std::span<const uint8_t> bytes) {
     }
     if (uint64_t(valid) * uint64_t(kTileBytes) > physicalMemory() / 2) throw StudioFileError::tooLarge();
 
-    // Every tile decodes straight from the input into its own storage, in parallel.
+    // Every tile decodes straight from the input into its own storage, in
+    // parallel; each chunk of work has one decoder scratch buffer.
     std::vector<TilePtr> tiles(valid);
     std::vector<uint8_t> failed(valid, 0);
     const uint8_t* area = bytes.data() + p.areaStart;
-    parallelFor(int64_t(valid), [&](int64_t k) {
-        const TileEntry& e = tasks[size_t(k)].entry;
-        auto tile = std::make_shared<Tile>(Tile::Uninitialized{});
-        const uint8_t* src = area + e.o;
-        if (e.c == 1) {
-            if (lzfse::decode(tile->pixels(), size_t(kTileBytes), src, size_t(e.n)) != size_t(kTileBytes)) {
-                failed[size_t(k)] = 1;
-                return;
+    const int64_t count = int64_t(valid);
+    const int64_t chunks = std::min<int64_t>(count, int64_t(std::max(1u, std::thread::hardware_concurrency())) * 4);
+    parallelFor(chunks, [&](int64_t chunk) {
+        std::vector<uint8_t> scratch(lzfse::decodeScratchSize());
+        for (int64_t k = chunk; k < count; k += chunks) {
+            const TileEntry& e = tasks[size_t(k)].entry;
+            auto tile = std::make_shared<Tile>(Tile::Uninitialized{});
+            const uint8_t* src = area + e.o;
+            if (e.c == 1) {
+                if (lzfse::decode(tile->pixels(), size_t(kTileBytes), src, size_t(e.n), scratch.data()) !=
+                    size_t(kTileBytes)) {
+                    failed[size_t(k)] = 1;
+                    continue;
+                }
+            } else if (e.n != kTileBytes) {
+                failed[size_t(k)] = 2;
+                continue;
+            } else {
+                std::memcpy(tile->pixels(), src, size_t(kTileBytes));
             }
-        } else if (e.n != kTileBytes) {
-            failed[size_t(k)] = 2;
-            return;
-        } else {
-            std::memcpy(tile->pixels(), src, size_t(kTileBytes));
+            tiles[size_t(k)] = std::move(tile);
         }
-        tiles[size_t(k)] = std::move(tile);
     });
     for (size_t k = 0; k < valid; ++k) {
         const int64_t i = tasks[k].entry.i;
