@@ -312,6 +312,9 @@ TEST(Renderer, MultiplyOverRed) {
     EXPECT_NEAR(half[0], 192, 1);
     EXPECT_EQ(half[1], 0);
     EXPECT_EQ(half[3], 255);
+    // Alone, the layer in multiply has nothing to multiply: it shows as it is, faded.
+    EXPECT_EQ(StudioRenderer::flatten(StudioDocument(300, 40, 72.0, {shade}))->pixel(299, 0),
+              (Pixel4{64, 64, 64, 128}));
     // A group in multiply composites its content as one layer in that mode.
     EXPECT_EQ(StudioRenderer::flatten(StudioDocument(300, 40, 72.0, {red, group}))->pixel(10, 10),
               (Pixel4{128, 0, 0, 255}));
