@@ -16,7 +16,7 @@ namespace korv {
 
 // c ? a : b without a branch. GCC does not if-convert a float ternary inside
 // a loop (the loop would then not vectorise); a bit mask select it does.
-inline float selectFloat(bool c, float a, float b) {
+[[gnu::always_inline]] inline float selectFloat(bool c, float a, float b) {
     const uint32_t m = 0u - uint32_t(c);
     return std::bit_cast<float>((std::bit_cast<uint32_t>(a) & m) | (std::bit_cast<uint32_t>(b) & ~m));
 }

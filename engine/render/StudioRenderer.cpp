@@ -4,6 +4,7 @@
 #include "engine/core/ParallelFor.h"
 #include "engine/document/RecordCoding.h"
 #include "engine/document/StudioDocument.h"
+#include "engine/render/Compositor.h"
 #include "engine/render/PixelMath.h"
 #include "engine/render/WorkBuffers.h"
 
@@ -123,42 +124,9 @@ bool contentSpan(const PlanNode& node, const Span& s, float* out) {
     return true;
 }
 
-KORV_PIXEL_LOOP void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, BlendMode mode, bool atop,
+void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, BlendMode mode, bool atop,
                bool accEmpty) {
-    (void)mode; // every mode composites as normal until the full compositor is wired in
-    const int64_t n = pixels * 4;
-    if (accEmpty && !atop) {
-        if (opacity >= 1.0f) {
-            if (dst != src) std::memcpy(dst, src, size_t(n) * sizeof(float));
-        } else {
-            for (int64_t i = 0; i < n; ++i) dst[i] = src[i] * opacity;
-        }
-        return;
-    }
-    if (!atop) {
-        for (int64_t i = 0; i < pixels; ++i) {
-            const float* s = src + i * 4;
-            float* d = dst + i * 4;
-            const float sa = s[3] * opacity;
-            const bool on = sa > 0.0f;
-            const float k = 1.0f - sa;
-            d[0] = selectFloat(on, s[0] * opacity + k * d[0], d[0]);
-            d[1] = selectFloat(on, s[1] * opacity + k * d[1], d[1]);
-            d[2] = selectFloat(on, s[2] * opacity + k * d[2], d[2]);
-            d[3] = selectFloat(on, sa + k * d[3], d[3]);
-        }
-        return;
-    }
-    for (int64_t i = 0; i < pixels; ++i) {
-        const float* s = src + i * 4;
-        float* d = dst + i * 4;
-        const float sa = s[3] * opacity;
-        const bool on = sa > 0.0f;
-        const float k = 1.0f - sa, ab = d[3];
-        d[0] = selectFloat(on, s[0] * opacity * ab + k * d[0], d[0]);
-        d[1] = selectFloat(on, s[1] * opacity * ab + k * d[1], d[1]);
-        d[2] = selectFloat(on, s[2] * opacity * ab + k * d[2], d[2]);
-    }
+    Compositor::blendSpan(dst, src, pixels, opacity, mode, atop, accEmpty);
 }
 
 bool renderNodesSpan(const RenderPlan& nodes, const Span& s, float* acc) {
