@@ -333,7 +333,8 @@ KORV_INLINE void byteLoop(float* dst, const uint8_t* src, int64_t pixels, float 
 template <BlendMode M, bool Atop>
 KORV_INLINE void tintedByteLoop(float* dst, const uint8_t* src, int64_t pixels, float k,
                     const std::array<float, 4>& tint) {
-    const auto [tr, tg, tb, tk] = tint;
+    // Plain copies: clang 14 can't capture structured bindings.
+    const float tr = tint[0], tg = tint[1], tb = tint[2], tk = tint[3];
     blendRun<M, Atop>(dst, pixels, [=](int64_t i) [[gnu::always_inline]] {
         const uint8_t* p = src + i * 4;
         const float a = float(p[3]) * k;
