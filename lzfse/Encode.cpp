@@ -36,8 +36,9 @@ struct Scratch {
 
 class BlockWriter {
 public:
-    BlockWriter(std::uint8_t* dst, std::uint8_t* end, const std::uint8_t* src, FseBlockScratch& block)
-        : pos_(dst), end_(end), src_(src), block_(block) {}
+    BlockWriter(std::uint8_t* dst, std::uint8_t* end, const std::uint8_t* src, std::size_t n,
+                FseBlockScratch& block)
+        : pos_(dst), end_(end), src_(src), srcEnd_(src + n), block_(block) {}
 
     bool ok() const { return ok_; }
     std::uint8_t* position() const { return pos_; }
@@ -107,7 +108,12 @@ private:
         if (count_ == target_ || count_ == kMaxMatchesPerBlock || literals_ + l > kMaxLiteralsPerBlock) {
             flush();
         }
-        std::memcpy(block_.literals + literals_, lit, l);
+        std::uint8_t* to = block_.literals + literals_;
+        if (l <= 16 && static_cast<std::size_t>(srcEnd_ - lit) >= 16) {
+            std::memcpy(to, lit, 16); // most runs are short; the buffer has room to spare
+        } else {
+            std::memcpy(to, lit, l);
+        }
         lit += l;
         block_.triples[count_++] = Triple{l, m, d};
         literals_ += l;
@@ -136,6 +142,7 @@ private:
     std::uint8_t* pos_;
     std::uint8_t* end_;
     const std::uint8_t* src_;
+    const std::uint8_t* srcEnd_;
     FseBlockScratch& block_;
     std::size_t blockStart_ = 0;
     std::uint32_t target_ = kMaxMatchesPerBlock;
@@ -165,7 +172,7 @@ const Sequence* chooseParse(const std::uint8_t* src, std::size_t start, std::siz
 std::size_t encodeFse(std::uint8_t* dst, std::size_t dstCapacity, const std::uint8_t* src, std::size_t n,
                       EncoderScratch& s) {
     resetHistory(src, n, s.table);
-    BlockWriter out(dst, dst + dstCapacity, src, s.block);
+    BlockWriter out(dst, dst + dstCapacity, src, n, s.block);
     std::uint32_t repeat = 0;
     for (std::size_t start = 0; start < n && out.ok();) {
         const std::size_t end = std::min(n, start + kSegmentBytes);

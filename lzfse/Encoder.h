@@ -54,8 +54,9 @@ struct FseBlockScratch {
     EncoderEntry literalEncoder[kLiteralSymbols];
     std::uint32_t dCodes[kMaxMatchesPerBlock];
     Triple triples[kMaxMatchesPerBlock];
-    // The block's literals, padded to a multiple of four.
-    std::uint8_t literals[kMaxLiteralsPerBlock + 4];
+    // The block's literals, padded to a multiple of four, and room for
+    // copies of up to 16 bytes past them.
+    std::uint8_t literals[kMaxLiteralsPerBlock + 16];
 };
 
 inline constexpr int kLzvnHashBits = 12;

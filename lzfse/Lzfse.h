@@ -44,7 +44,7 @@ struct DecodeResult {
 };
 
 // Decompresses one stream; bytes after its end-of-stream block are ignored.
-// dst's contents are unspecified on failure.
+// On failure dst may hold anything.
 DecodeResult decodeChecked(std::uint8_t* dst, std::size_t dstCapacity, const std::uint8_t* src,
                            std::size_t srcSize, void* scratch = nullptr) noexcept;
 

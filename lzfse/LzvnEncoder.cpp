@@ -175,7 +175,7 @@ private:
             ++length;
         }
         const long gain = static_cast<long>(length) - cost;
-        if (gain > best.gain) best = Match{start, length, pos - ref, gain};
+        if (gain > best.gain) best = Match{start, length, start - ref, gain};
     }
 
     const std::uint8_t* src_;

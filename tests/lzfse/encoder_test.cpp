@@ -36,6 +36,12 @@ Bytes makeInput(const std::string& kind, std::size_t n, std::uint32_t seed) {
         // far longer than a triple's match.
         for (std::size_t i = 0; i < n; ++i)
             b[i] = i < n / 3 ? static_cast<std::uint8_t>(rng()) : b[i % 977];
+    } else if (kind == "flawed-pixels") {
+        // One pixel repeated, a byte now and then changed: matches that
+        // reach back over literals to an earlier start.
+        const std::uint8_t pixel[4] = {0xc8, 0x78, 0x28, 0xff};
+        for (std::size_t i = 0; i < n; ++i)
+            b[i] = rng() % 300 == 0 ? static_cast<std::uint8_t>(rng()) : pixel[i % 4];
     } else if (kind == "mixed") {
         for (std::size_t i = 0; i < n; ++i) {
             const std::size_t region = (i / 5000) % 3;
@@ -46,7 +52,8 @@ Bytes makeInput(const std::string& kind, std::size_t n, std::uint32_t seed) {
 }
 
 TEST(Encoder, RoundTripsEveryKindAndSize) {
-    const char* kinds[] = {"zeros", "noise", "words", "opaque-pixels", "noise-then-repeats", "mixed"};
+    const char* kinds[] = {"zeros",         "noise", "words", "opaque-pixels", "noise-then-repeats",
+                           "flawed-pixels", "mixed"};
     const std::size_t sizes[] = {1,    7,     8,     63,    64,    100,   4095,  4096,
                                  4097, 32767, 32768, 32769, 65536, 70001, 300000};
     std::uint32_t seed = 1;
