@@ -29,8 +29,9 @@ std::vector<uint8_t> encodePNG(const RGBABuffer& image, double dpi, int compress
     {
         png_set_write_fn(png, &out, appendBytes, noFlush);
         png_set_compression_level(png, compressionLevel);
-        png_set_IHDR(png, info, png_uint_32(image.width()), png_uint_32(image.height()), 8, PNG_COLOR_TYPE_RGBA,
-                     PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+        png_set_IHDR(png, info, png_uint_32(image.width()), png_uint_32(image.height()), 8,
+                     PNG_COLOR_TYPE_RGBA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                     PNG_FILTER_TYPE_DEFAULT);
         const auto ppm = png_uint_32(std::lround(dpi / 0.0254));
         png_set_pHYs(png, info, ppm, ppm, PNG_RESOLUTION_METER);
         png_write_info(png, info);
@@ -41,7 +42,8 @@ std::vector<uint8_t> encodePNG(const RGBABuffer& image, double dpi, int compress
                 uint8_t* q = row.data() + x * 4;
                 const unsigned a = p[3];
                 // Straight colour from premultiplied, rounded to nearest.
-                for (int c = 0; c < 3; ++c) q[c] = a == 0 ? 0 : uint8_t(std::min(255u, (p[c] * 255u + a / 2) / a));
+                for (int c = 0; c < 3; ++c)
+                    q[c] = a == 0 ? 0 : uint8_t(std::min(255u, (p[c] * 255u + a / 2) / a));
                 q[3] = uint8_t(a);
             }
             png_write_row(png, row.data());
