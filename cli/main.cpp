@@ -1,7 +1,7 @@
 // korv: the engine from the command line.
 #include "engine/document/SampleDocument.h"
 #include "engine/formats/AtomicFile.h"
-#include "engine/formats/PngCodec.h"
+#include "engine/formats/ImageExport.h"
 #include "engine/render/StudioRenderer.h"
 
 #include <chrono>
@@ -43,7 +43,7 @@ int demo(int argc, char** argv) {
     const auto start = std::chrono::steady_clock::now();
     korv::RGBABufferPtr flat = korv::StudioRenderer::flatten(*doc);
     const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    korv::writeFileAtomically(out, korv::encodePNG(*flat, doc->dpi));
+    korv::writeFileAtomically(out, *korv::ImageExport::pngData(flat, doc->dpi));
     std::printf("Rendered a %ldx%ld document of %zu layers in %.1f ms: %s\n", width, height,
                 doc->allLayers().size(), ms, std::filesystem::absolute(out).c_str());
     return 0;
