@@ -11,6 +11,10 @@ namespace {
 int quiet(TIFF*, void*, const char*, const char*, va_list) {
     return 1;
 }
+int noteError(TIFF*, void* user, const char*, const char*, va_list) {
+    static_cast<MemoryReader*>(user)->sawError = true;
+    return 1;
+}
 
 uint64_t seekTo(uint64_t at, uint64_t size, toff_t offset, int whence, bool& ok) {
     ok = true;
@@ -94,8 +98,8 @@ void unmapNothing(thandle_t, void*, toff_t) {}
 
 struct Options {
     TIFFOpenOptions* o = TIFFOpenOptionsAlloc();
-    Options() {
-        TIFFOpenOptionsSetErrorHandlerExtR(o, quiet, nullptr);
+    explicit Options(MemoryReader* reader = nullptr) {
+        TIFFOpenOptionsSetErrorHandlerExtR(o, reader ? noteError : quiet, reader);
         TIFFOpenOptionsSetWarningHandlerExtR(o, quiet, nullptr);
     }
     ~Options() { TIFFOpenOptionsFree(o); }
@@ -106,7 +110,7 @@ struct Options {
 } // namespace
 
 TIFF* openReader(MemoryReader& state, int64_t maxAlloc) {
-    Options options;
+    Options options(&state);
     TIFFOpenOptionsSetMaxSingleMemAlloc(options.o, tmsize_t(maxAlloc));
     return TIFFClientOpenExt("memory", "r", &state, readMem, writeNothing, seekReader, closeNothing,
                              readerSize, mapReader, unmapNothing, options.o);

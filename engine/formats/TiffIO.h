@@ -12,6 +12,8 @@ struct MemoryReader {
     const uint8_t* data = nullptr;
     uint64_t size = 0;
     uint64_t at = 0;
+    // Set when libtiff reported an error, also one it went on after (a cut strip).
+    bool sawError = false;
 };
 
 struct MemoryWriter {

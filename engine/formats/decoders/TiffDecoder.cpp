@@ -44,6 +44,14 @@ std::optional<DecodedImage> decodeTiff(Bytes bytes, const DecodeLimits& limits) 
     const int copies = orientation >= 2 && orientation <= 8 ? 2 : 1;
     if (!sizeAllowed(w, hgt, limits, copies)) return std::nullopt;
 
+    // Every strip or tile must lie inside the file: libtiff decodes a cut one
+    // as far as it goes, without an error.
+    const uint32_t striles = TIFFNumberOfStrips(h.tif);
+    for (uint32_t i = 0; i < striles; ++i) {
+        const uint64_t offset = TIFFGetStrileOffset(h.tif, i), count = TIFFGetStrileByteCount(h.tif, i);
+        if (offset > bytes.size() || count > bytes.size() - offset) return std::nullopt;
+    }
+
     RGBAImage rgba;
     char message[1024];
     if (!TIFFRGBAImageOK(h.tif, message) || !TIFFRGBAImageBegin(&rgba.img, h.tif, 1, message))
@@ -57,7 +65,7 @@ std::optional<DecodedImage> decodeTiff(Bytes bytes, const DecodeLimits& limits) 
     RGBABufferPtr image = allocate(w, hgt, limits, copies);
     if (!image) return std::nullopt;
     auto* raster = reinterpret_cast<uint32_t*>(image->data());
-    if (!TIFFRGBAImageGet(&rgba.img, raster, w, hgt)) return std::nullopt;
+    if (!TIFFRGBAImageGet(&rgba.img, raster, w, hgt) || reader.sawError) return std::nullopt;
 
     uint32_t iccSize = 0;
     void* icc = nullptr;
