@@ -311,6 +311,17 @@ void cmykToRGBA(RGBABuffer& image, const uint8_t* cmyk, int64_t cmykStride, bool
     });
 }
 
+void clampToAlpha(RGBABuffer& image) {
+    parallelFor(image.height(), [&](int64_t y) {
+        uint8_t* p = image.row(y);
+        for (int64_t x = 0; x < image.width(); ++x, p += 4) {
+            p[0] = std::min(p[0], p[3]);
+            p[1] = std::min(p[1], p[3]);
+            p[2] = std::min(p[2], p[3]);
+        }
+    });
+}
+
 double dpiFromPixelsPerMeter(double ppm) {
     const double dpi = ppm * 0.0254;
     const double whole = std::round(dpi);

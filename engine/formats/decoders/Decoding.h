@@ -50,6 +50,10 @@ void cmykToRGBA(RGBABuffer& image, const uint8_t* cmyk, int64_t cmykStride, bool
 void premultiply(uint8_t* rgba, int64_t pixels);
 void premultiplyRows(RGBABuffer& image);
 
+// Lowers any colour byte above its alpha: files that store premultiplied
+// pixels may break that rule, and the engine never does.
+void clampToAlpha(RGBABuffer& image);
+
 // A resolution from pixels per metre. Writers store round(dpi / 0.0254), so a
 // value that a whole DPI gives reads back as that DPI (11811 as 300, not 299.9994).
 double dpiFromPixelsPerMeter(double ppm);

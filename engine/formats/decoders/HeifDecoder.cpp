@@ -115,8 +115,12 @@ std::optional<DecodedImage> decodeHeif(Bytes bytes, const DecodeLimits& limits) 
         std::memcpy(image->row(y), plane + y * int64_t(stride), size_t(dw * 4));
     heif_image_release(decoded.img); // its planes are no longer needed
     decoded.img = nullptr;
-    if (heif_image_handle_has_alpha_channel(handle.h) && !heif_image_handle_is_premultiplied_alpha(handle.h))
-        premultiplyRows(*image);
+    if (heif_image_handle_has_alpha_channel(handle.h)) {
+        if (heif_image_handle_is_premultiplied_alpha(handle.h))
+            clampToAlpha(*image);
+        else
+            premultiplyRows(*image);
+    }
     convertColours(*image, handle.h);
     return DecodedImage{std::move(image), dpiOrDefault(exifResolution(handle.h))};
 }

@@ -66,6 +66,8 @@ std::optional<DecodedImage> decodeTiff(Bytes bytes, const DecodeLimits& limits) 
     if (!image) return std::nullopt;
     auto* raster = reinterpret_cast<uint32_t*>(image->data());
     if (!TIFFRGBAImageGet(&rgba.img, raster, w, hgt) || reader.sawError) return std::nullopt;
+    // Associated alpha arrives as stored; libtiff premultiplies only the unassociated kind.
+    if (rgba.img.alpha == EXTRASAMPLE_ASSOCALPHA) clampToAlpha(*image);
 
     uint32_t iccSize = 0;
     void* icc = nullptr;

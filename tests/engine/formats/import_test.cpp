@@ -213,6 +213,38 @@ TEST(ImageImport, TransparencyIsKeptAndPremultiplied) {
     EXPECT_LE(mid[0], mid[3]);
 }
 
+// TGA has no signature and no file in the corpus: two are made here.
+TEST(ImageImport, TgaRawAndRunLengthInEitherRowOrder) {
+    auto header = [](uint8_t type, uint8_t depth, uint8_t descriptor) {
+        std::vector<uint8_t> h(18, 0);
+        h[2] = type;
+        h[12] = 3, h[14] = 2; // 3 x 2
+        h[16] = depth;
+        h[17] = descriptor;
+        return h;
+    };
+    // Raw BGR, top row first: blue, green, red / white, black, grey.
+    std::vector<uint8_t> raw = header(2, 24, 0x20);
+    for (uint8_t v : {255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 255, 0, 0, 0, 128, 128, 128})
+        raw.push_back(v);
+    const auto a = ImageImport::decode(raw);
+    ASSERT_TRUE(a);
+    EXPECT_EQ(ImageImport::formatOf(raw), PictureFormat::tga);
+    EXPECT_EQ(a->image->pixel(0, 0), (Pixel4{0, 0, 255, 255}));
+    EXPECT_EQ(a->image->pixel(2, 0), (Pixel4{255, 0, 0, 255}));
+    EXPECT_EQ(a->image->pixel(2, 1), (Pixel4{128, 128, 128, 255}));
+    // Run-length BGRA, bottom row first: a run of three half-covered reds, then three clear pixels.
+    std::vector<uint8_t> rle = header(10, 32, 0x08);
+    for (uint8_t v : {0x82, 0, 0, 255, 128, 0x82, 0, 0, 0, 0})
+        rle.push_back(v);
+    const auto b = ImageImport::decode(rle);
+    ASSERT_TRUE(b);
+    EXPECT_EQ(b->image->pixel(1, 1), (Pixel4{128, 0, 0, 128}));
+    EXPECT_EQ(b->image->pixel(1, 0), (Pixel4{0, 0, 0, 0}));
+    rle.pop_back(); // the last run's pixel cut short
+    EXPECT_FALSE(ImageImport::decode(rle).has_value());
+}
+
 // A PNG of one colour with the given ICC profile embedded.
 std::vector<uint8_t> pngWithProfile(const uint8_t rgb[3], const std::vector<uint8_t>& icc) {
     std::vector<uint8_t> out;
