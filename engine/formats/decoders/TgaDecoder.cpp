@@ -45,11 +45,13 @@ std::optional<Header> readHeader(Bytes b) {
     if (hd.type != 1 && hd.type != 2 && hd.type != 3 && hd.type != 9 && hd.type != 10 && hd.type != 11)
         return std::nullopt;
     if (hd.width < 1 || hd.height < 1) return std::nullopt;
+    // A map is skipped even where it isn't used, so its entries must have a size.
+    if (hd.hasMap && hd.mapEntryBits != 15 && hd.mapEntryBits != 16 && hd.mapEntryBits != 24 &&
+        hd.mapEntryBits != 32)
+        return std::nullopt;
     switch (hd.kind()) {
     case 1:
         if (!hd.hasMap || hd.depth != 8 || hd.mapLength == 0) return std::nullopt;
-        if (hd.mapEntryBits != 15 && hd.mapEntryBits != 16 && hd.mapEntryBits != 24 && hd.mapEntryBits != 32)
-            return std::nullopt;
         break;
     case 2:
         if (hd.depth != 15 && hd.depth != 16 && hd.depth != 24 && hd.depth != 32) return std::nullopt;
