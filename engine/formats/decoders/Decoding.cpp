@@ -199,45 +199,6 @@ void transformRows(cmsHTRANSFORM t, const uint8_t* src, int64_t srcStride, RGBAB
     });
 }
 
-} // namespace
-
-void premultiply(uint8_t* rgba, int64_t pixels) {
-    premultiplyRow(rgba, pixels);
-}
-
-void premultiplyRows(RGBABuffer& image) {
-    constexpr int64_t kBand = 64;
-    parallelFor((image.height() + kBand - 1) / kBand, [&](int64_t band) {
-        const int64_t end = std::min(image.height(), (band + 1) * kBand);
-        for (int64_t y = band * kBand; y < end; ++y)
-            premultiplyRow(image.row(y), image.width());
-    });
-}
-
-namespace {
-void convertProfileToSRGB(RGBABuffer& image, cmsHPROFILE sourceProfile);
-}
-
-void convertToSRGB(RGBABuffer& image, std::span<const uint8_t> iccProfile) {
-    Profile source(openProfile(iccProfile));
-    if (source.h) convertProfileToSRGB(image, source.h);
-}
-
-void convertPrimariesToSRGB(RGBABuffer& image, const float (&xy)[8]) {
-    for (float v : xy)
-        if (!(v > 0.0f && v < 1.0f)) return;
-    const cmsCIExyY white{xy[6], xy[7], 1.0};
-    const cmsCIExyYTRIPLE primaries{{xy[0], xy[1], 1.0}, {xy[2], xy[3], 1.0}, {xy[4], xy[5], 1.0}};
-    const cmsFloat64Number srgbCurve[5] = {2.4, 1.0 / 1.055, 0.055 / 1.055, 1.0 / 12.92, 0.04045};
-    cmsToneCurve* curve = cmsBuildParametricToneCurve(nullptr, 4, srgbCurve);
-    if (!curve) return;
-    cmsToneCurve* curves[3] = {curve, curve, curve};
-    Profile source(cmsCreateRGBProfile(&white, &primaries, curves));
-    cmsFreeToneCurve(curve);
-    if (source.h) convertProfileToSRGB(image, source.h);
-}
-
-namespace {
 void convertProfileToSRGB(RGBABuffer& image, cmsHPROFILE source) {
     Profile srgb(cmsCreate_sRGBProfile());
     const cmsColorSpaceSignature space = cmsGetColorSpace(source);
@@ -276,7 +237,40 @@ void convertProfileToSRGB(RGBABuffer& image, cmsHPROFILE source) {
         });
     }
 }
+
 } // namespace
+
+void premultiply(uint8_t* rgba, int64_t pixels) {
+    premultiplyRow(rgba, pixels);
+}
+
+void premultiplyRows(RGBABuffer& image) {
+    constexpr int64_t kBand = 64;
+    parallelFor((image.height() + kBand - 1) / kBand, [&](int64_t band) {
+        const int64_t end = std::min(image.height(), (band + 1) * kBand);
+        for (int64_t y = band * kBand; y < end; ++y)
+            premultiplyRow(image.row(y), image.width());
+    });
+}
+
+void convertToSRGB(RGBABuffer& image, std::span<const uint8_t> iccProfile) {
+    Profile source(openProfile(iccProfile));
+    if (source.h) convertProfileToSRGB(image, source.h);
+}
+
+void convertPrimariesToSRGB(RGBABuffer& image, const float (&xy)[8]) {
+    for (float v : xy)
+        if (!(v > 0.0f && v < 1.0f)) return;
+    const cmsCIExyY white{xy[6], xy[7], 1.0};
+    const cmsCIExyYTRIPLE primaries{{xy[0], xy[1], 1.0}, {xy[2], xy[3], 1.0}, {xy[4], xy[5], 1.0}};
+    const cmsFloat64Number srgbCurve[5] = {2.4, 1.0 / 1.055, 0.055 / 1.055, 1.0 / 12.92, 0.04045};
+    cmsToneCurve* curve = cmsBuildParametricToneCurve(nullptr, 4, srgbCurve);
+    if (!curve) return;
+    cmsToneCurve* curves[3] = {curve, curve, curve};
+    Profile source(cmsCreateRGBProfile(&white, &primaries, curves));
+    cmsFreeToneCurve(curve);
+    if (source.h) convertProfileToSRGB(image, source.h);
+}
 
 void cmykToRGBA(RGBABuffer& image, const uint8_t* cmyk, int64_t cmykStride, bool inverted,
                 std::span<const uint8_t> iccProfile) {
