@@ -1,28 +1,169 @@
 // korv: the engine from the command line.
 #include "engine/document/SampleDocument.h"
+#include "engine/document/StudioDocument.h"
 #include "engine/formats/AtomicFile.h"
-#include "engine/formats/PngCodec.h"
+#include "engine/formats/ExportError.h"
+#include "engine/formats/ImageExport.h"
+#include "engine/formats/ImageImport.h"
+#include "engine/formats/PhotoExport.h"
 #include "engine/render/StudioRenderer.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
 constexpr const char* kUsage = R"(Usage: korv COMMAND [ARGS]
 
 Commands:
+  info IN                       describe a picture as JSON: format, width,
+                                height, dpi, layers
+  render IN OUT.png             flatten a picture to a PNG at its own DPI
+  convert IN OUT [--quality Q] [--scale S] [--background #RRGGBB]
+                                export a picture as JPEG, PNG, TIFF or HEIC,
+                                chosen by OUT's extension (jpg, jpeg, png, tif,
+                                tiff, heic); Q from 0.05 to 1 (default 0.9),
+                                S from 0.01 to 4 (default 1); the background
+                                (default white) goes under transparent pixels
+                                of a JPEG
   demo [OUT.png] [--size WxH]   render a generated layered document to a PNG
                                 (default build/demo.png, 1600x1000)
   help                          show this text
 
+Pictures open from JPEG, PNG, TIFF, HEIC, AVIF, GIF, BMP, TGA and WebP.
 Errors are printed on stderr and give a non-zero exit status; nothing is
 written on failure.
 )";
+
+// A mistake in the command line itself (exit status 2).
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+std::string quoted(const std::string& path) {
+    return "\u201C" + std::filesystem::path(path).filename().string() + "\u201D";
+}
+
+std::vector<uint8_t> readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    if (!in)
+        throw std::runtime_error("The file " + quoted(path) + " couldn't be opened: " + std::strerror(errno) +
+                                 ".");
+    const std::streamoff size = in.tellg();
+    // Past 4 GB no picture of 30,000 x 30,000 is plausible.
+    if (size < 0 || size > (std::streamoff(4) << 30)) throw korv::ExportError::cannotRead();
+    std::vector<uint8_t> bytes(static_cast<size_t>(size));
+    in.seekg(0);
+    if (!in.read(reinterpret_cast<char*>(bytes.data()), size))
+        throw std::runtime_error("The file " + quoted(path) + " couldn't be read.");
+    return bytes;
+}
+
+struct Opened {
+    korv::PictureFormat format;
+    std::unique_ptr<korv::StudioDocument> document;
+};
+
+Opened openPicture(const std::string& path) {
+    const std::vector<uint8_t> bytes = readFile(path);
+    std::optional<korv::DecodedImage> decoded = korv::ImageImport::decode(bytes);
+    if (!decoded) throw korv::ExportError::cannotRead();
+    return {*korv::ImageImport::formatOf(bytes),
+            std::make_unique<korv::StudioDocument>(*decoded->image, decoded->dpi, "Background")};
+}
+
+double number(const char* text, const char* what) {
+    char* end = nullptr;
+    const double v = std::strtod(text, &end);
+    if (end == text || *end != '\0' || !std::isfinite(v))
+        throw UsageError(std::string("the ") + what + " must be a number, not \u201C" + text + "\u201D.");
+    return v;
+}
+
+std::optional<korv::PhotoExportFormat> formatForExtension(const std::string& path) {
+    std::string ext = std::filesystem::path(path).extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    if (ext == ".jpg" || ext == ".jpeg") return korv::PhotoExportFormat::jpeg;
+    if (ext == ".png") return korv::PhotoExportFormat::png;
+    if (ext == ".tif" || ext == ".tiff") return korv::PhotoExportFormat::tiff;
+    if (ext == ".heic") return korv::PhotoExportFormat::heic;
+    return std::nullopt;
+}
+
+int info(int argc, char** argv) {
+    if (argc != 1) throw UsageError("info takes one file: korv info IN");
+    const Opened opened = openPicture(argv[0]);
+    const nlohmann::json j{{"format", std::string(korv::toString(opened.format))},
+                           {"width", opened.document->width()},
+                           {"height", opened.document->height()},
+                           {"dpi", opened.document->dpi},
+                           {"layers", opened.document->allLayers().size()}};
+    std::printf("%s\n", j.dump(2).c_str());
+    return 0;
+}
+
+int render(int argc, char** argv) {
+    if (argc != 2) throw UsageError("render takes two files: korv render IN OUT.png");
+    const Opened opened = openPicture(argv[0]);
+    const korv::RGBABufferPtr flat = korv::StudioRenderer::flatten(*opened.document);
+    const auto png = korv::ImageExport::pngData(flat, opened.document->dpi);
+    if (!png) throw korv::ExportError::cannotEncode("PNG");
+    korv::writeFileAtomically(argv[1], *png);
+    return 0;
+}
+
+int convert(int argc, char** argv) {
+    std::vector<std::string> files;
+    std::optional<double> quality, scale;
+    std::optional<korv::PaintColor> background;
+    for (int i = 0; i < argc; ++i) {
+        const bool hasValue = i + 1 < argc;
+        if (!std::strcmp(argv[i], "--quality") && hasValue) {
+            quality = number(argv[++i], "quality");
+        } else if (!std::strcmp(argv[i], "--scale") && hasValue) {
+            scale = number(argv[++i], "scale");
+        } else if (!std::strcmp(argv[i], "--background") && hasValue) {
+            background = korv::PaintColor::fromHex(argv[++i]);
+            if (!background) throw UsageError("the background must be a colour like #RRGGBB.");
+        } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
+            throw UsageError(std::string("unknown option \u201C") + argv[i] + "\u201D for convert.");
+        } else {
+            files.emplace_back(argv[i]);
+        }
+    }
+    if (files.size() != 2) throw UsageError("convert takes two files: korv convert IN OUT [options]");
+    const std::optional<korv::PhotoExportFormat> format = formatForExtension(files[1]);
+    if (!format) throw UsageError("the output must end in .jpg, .jpeg, .png, .tif, .tiff or .heic.");
+    korv::PhotoExportOptions options(*format);
+    if (quality) options.quality = *quality;
+    if (scale) options.scale = *scale;
+    if (background) options.background = korv::RGBA(*background);
+
+    const Opened opened = openPicture(files[0]);
+    const std::vector<uint8_t> bytes = korv::PhotoExport::data(*opened.document, options);
+    korv::writeFileAtomically(files[1], bytes);
+    const korv::PixelSize size = korv::PhotoExport::outputSize(*opened.document, options);
+    std::printf("Wrote %s: %s, %ldx%ld at %g dpi, %zu bytes\n", files[1].c_str(),
+                std::string(korv::displayName(*format)).c_str(), size.width, size.height,
+                opened.document->dpi, bytes.size());
+    return 0;
+}
 
 int demo(int argc, char** argv) {
     std::string out = "demo.png";
@@ -42,8 +183,11 @@ int demo(int argc, char** argv) {
     auto doc = korv::makeSampleDocument(width, height);
     const auto start = std::chrono::steady_clock::now();
     korv::RGBABufferPtr flat = korv::StudioRenderer::flatten(*doc);
-    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    korv::writeFileAtomically(out, korv::encodePNG(*flat, doc->dpi));
+    const double ms =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    const auto png = korv::ImageExport::pngData(flat, doc->dpi);
+    if (!png) throw korv::ExportError::cannotEncode("PNG");
+    korv::writeFileAtomically(out, *png);
     std::printf("Rendered a %ldx%ld document of %zu layers in %.1f ms: %s\n", width, height,
                 doc->allLayers().size(), ms, std::filesystem::absolute(out).c_str());
     return 0;
@@ -52,13 +196,23 @@ int demo(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2 || !std::strcmp(argv[1], "help") || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
+    if (argc < 2 || !std::strcmp(argv[1], "help") || !std::strcmp(argv[1], "--help") ||
+        !std::strcmp(argv[1], "-h")) {
         std::fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
     }
     try {
-        if (!std::strcmp(argv[1], "demo")) return demo(argc - 2, argv + 2);
-        std::fprintf(stderr, "korv: unknown command \u201C%s\u201D. Run \u201Ckorv --help\u201D for the list.\n", argv[1]);
+        const char* command = argv[1];
+        if (!std::strcmp(command, "demo")) return demo(argc - 2, argv + 2);
+        if (!std::strcmp(command, "info")) return info(argc - 2, argv + 2);
+        if (!std::strcmp(command, "render")) return render(argc - 2, argv + 2);
+        if (!std::strcmp(command, "convert")) return convert(argc - 2, argv + 2);
+        std::fprintf(stderr,
+                     "korv: unknown command \u201C%s\u201D. Run \u201Ckorv --help\u201D for the list.\n",
+                     command);
+        return 2;
+    } catch (const UsageError& e) {
+        std::fprintf(stderr, "korv: %s\n", e.what());
         return 2;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "korv: %s\n", e.what());

@@ -171,12 +171,12 @@ const Sequence* chooseParse(const std::uint8_t* src, std::size_t start, std::siz
 
 std::size_t encodeFse(std::uint8_t* dst, std::size_t dstCapacity, const std::uint8_t* src, std::size_t n,
                       EncoderScratch& s) {
-    resetHistory(src, n, s.table);
+    const History history = resetHistory(src, n, s.table);
     BlockWriter out(dst, dst + dstCapacity, src, n, s.block);
     std::uint32_t repeat = 0;
     for (std::size_t start = 0; start < n && out.ok();) {
         const std::size_t end = std::min(n, start + kSegmentBytes);
-        std::size_t count = parseSegment(src, n, start, end, s.table, repeat, s.parsed);
+        std::size_t count = parseSegment(src, n, start, end, history, repeat, s.parsed);
         const Sequence* seqs = chooseParse(src, start, end, count, s);
         out.writeSegment(seqs, count);
         start = end;

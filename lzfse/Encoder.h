@@ -27,11 +27,17 @@ inline constexpr std::size_t kSegmentBytes = 32768;
 // History of 4-byte prefixes: each bucket remembers the last positions whose
 // prefixes hash to it, with the prefixes themselves to reject false hits
 // without touching the input.
-inline constexpr int kHashBits = 14;
+inline constexpr int kMaxHashBits = 14;
 inline constexpr int kHashWays = 4;
 struct HashBucket {
     std::uint32_t pos[kHashWays];
     std::uint32_t prefix[kHashWays];
+};
+
+// The buckets in use for one input: small inputs use (and clear) fewer.
+struct History {
+    HashBucket* table;
+    int bits;
 };
 
 // One L, M, D triple as a block stores it, the distance not yet replaced by
@@ -64,7 +70,7 @@ inline constexpr int kLzvnWays = 4;
 inline constexpr std::size_t kLzvnMaxInput = 1 << 16;
 
 struct EncoderScratch {
-    HashBucket table[std::size_t{1} << kHashBits];
+    HashBucket table[std::size_t{1} << kMaxHashBits];
     Sequence parsed[kSegmentBytes + 1];
     Sequence carved[kSegmentBytes + 1];
     FseBlockScratch block;
@@ -82,10 +88,10 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
 double estimateBits(const std::uint8_t* src, std::size_t start, const Sequence* seqs, std::size_t count);
 
 // Finds matches in [start, end) of src (n bytes), recording positions in
-// `table` (which persists across segments of one input); `repeat` carries the
+// `history` (which persists across segments of one input); `repeat` carries the
 // last match distance from segment to segment.
 std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t start, std::size_t end,
-                         HashBucket* table, std::uint32_t& repeat, Sequence* out);
+                         const History& history, std::uint32_t& repeat, Sequence* out);
 
 // The period of the repeats carving looks for: the bytes of an RGBA pixel.
 inline constexpr std::uint32_t kCarvePeriod = 4;
@@ -107,7 +113,7 @@ std::uint32_t periodicPhases(const std::uint8_t* src, std::size_t start, const S
                              std::size_t count, std::uint32_t keep);
 
 // Clears the history for a new input.
-void resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table);
+History resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table);
 
 // Encodes src as an LZVN payload, end-of-stream instruction included.
 // Returns its size, or 0 if it does not fit in dstCapacity.

@@ -16,8 +16,8 @@ namespace korv::lzfse::detail {
 
 namespace {
 
-inline std::uint32_t hashPrefix(std::uint32_t x) {
-    return (x * 2654435761u) >> (32 - kHashBits);
+inline std::uint32_t hashPrefix(std::uint32_t x, int bits) {
+    return (x * 2654435761u) >> (32 - bits);
 }
 
 // Equal bytes at a and b, up to limit.
@@ -59,19 +59,13 @@ struct Candidate {
 class Parser {
 public:
     // costs[b] is the literal cost of byte value b.
-    Parser(const std::uint8_t* src, std::size_t end, HashBucket* table, std::uint32_t repeat,
+    Parser(const std::uint8_t* src, std::size_t end, const History& history, std::uint32_t repeat,
            const std::uint16_t* costs)
-        : src_(src), end_(end), table_(table), repeat_(repeat), costs_(costs) {}
+        : src_(src), end_(end), table_(history.table), bits_(history.bits), repeat_(repeat), costs_(costs) {}
 
     void insert(std::size_t pos) {
         const std::uint32_t x = load32(src_ + pos);
-        HashBucket& b = table_[hashPrefix(x)];
-        for (int k = kHashWays - 1; k > 0; --k) {
-            b.pos[k] = b.pos[k - 1];
-            b.prefix[k] = b.prefix[k - 1];
-        }
-        b.pos[0] = static_cast<std::uint32_t>(pos);
-        b.prefix[0] = x;
+        record(table_[hashPrefix(x, bits_)], pos, x);
     }
 
     // The best match at pos (pos + 4 <= n), recording pos in the history.
@@ -84,7 +78,7 @@ public:
             consider(best, pos, length, repeat_, true);
         }
         const std::uint32_t x = load32(src_ + pos);
-        HashBucket& b = table_[hashPrefix(x)];
+        HashBucket& b = table_[hashPrefix(x, bits_)];
         for (int k = 0; k < kHashWays; ++k) {
             if (b.prefix[k] != x) continue;
             const std::size_t ref = b.pos[k];
@@ -92,12 +86,7 @@ public:
             const auto length = static_cast<std::uint32_t>(commonLength(src_ + pos, src_ + ref, limit));
             consider(best, pos, length, static_cast<std::uint32_t>(pos - ref), false);
         }
-        for (int k = kHashWays - 1; k > 0; --k) {
-            b.pos[k] = b.pos[k - 1];
-            b.prefix[k] = b.prefix[k - 1];
-        }
-        b.pos[0] = static_cast<std::uint32_t>(pos);
-        b.prefix[0] = x;
+        record(b, pos, x);
         return best;
     }
 
@@ -105,6 +94,16 @@ public:
     void setRepeat(std::uint32_t d) { repeat_ = d; }
 
 private:
+    // The newest position goes first; the oldest drops out.
+    static void record(HashBucket& b, std::size_t pos, std::uint32_t prefix) {
+        for (int k = kHashWays - 1; k > 0; --k) {
+            b.pos[k] = b.pos[k - 1];
+            b.prefix[k] = b.prefix[k - 1];
+        }
+        b.pos[0] = static_cast<std::uint32_t>(pos);
+        b.prefix[0] = prefix;
+    }
+
     void consider(Candidate& best, std::size_t pos, std::uint32_t length, std::uint32_t distance,
                   bool repeat) const {
         if (length == 0) return;
@@ -127,6 +126,7 @@ private:
     const std::uint8_t* src_;
     std::size_t end_;
     HashBucket* table_;
+    int bits_;
     std::uint32_t repeat_;
     const std::uint16_t* costs_;
 };
@@ -157,7 +157,9 @@ double entropyBits(const std::uint32_t* counts, int symbols) {
 
 } // namespace
 
-void resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table) {
+History resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table) {
+    // About one bucket per 4 input bytes.
+    const int bits = std::clamp(static_cast<int>(std::bit_width(n)) - 2, 8, kMaxHashBits);
     // Position 0 with its true prefix is a harmless filler: it is a real
     // candidate for any later position, and nothing else needs checking.
     HashBucket filler;
@@ -166,14 +168,15 @@ void resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table) {
         filler.pos[k] = 0;
         filler.prefix[k] = prefix;
     }
-    std::fill(table, table + (std::size_t{1} << kHashBits), filler);
+    std::fill(table, table + (std::size_t{1} << bits), filler);
+    return History{table, bits};
 }
 
 std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t start, std::size_t end,
-                         HashBucket* table, std::uint32_t& repeat, Sequence* out) {
+                         const History& history, std::uint32_t& repeat, Sequence* out) {
     std::uint16_t costs[256];
     literalCosts(src, start, end, costs);
-    Parser parser(src, end, table, repeat, costs);
+    Parser parser(src, end, history, repeat, costs);
     std::size_t count = 0;
     std::size_t literalStart = start;
     std::size_t pos = start;

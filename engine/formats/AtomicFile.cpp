@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <filesystem>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace korv {
@@ -22,7 +22,8 @@ void writeFileAtomically(const std::string& path, std::span<const uint8_t> bytes
     std::string tmpl = (dir / ("." + target.filename().string() + ".XXXXXX")).string();
     int fd = mkstemp(tmpl.data());
     if (fd < 0)
-        throw FileWriteError("The file " + quoted(path) + " couldn't be saved: " + std::strerror(errno) + ".");
+        throw FileWriteError("The file " + quoted(path) + " couldn't be saved: " + std::strerror(errno) +
+                             ".");
     auto fail = [&](int err) {
         ::close(fd);
         ::unlink(tmpl.c_str());
