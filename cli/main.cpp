@@ -6,6 +6,8 @@
 #include "engine/formats/ImageExport.h"
 #include "engine/formats/ImageImport.h"
 #include "engine/formats/PhotoExport.h"
+#include "engine/formats/StudioFile.h"
+#include "engine/formats/StudioImport.h"
 #include "engine/render/StudioRenderer.h"
 
 #include <algorithm>
@@ -31,21 +33,27 @@ namespace {
 constexpr const char* kUsage = R"(Usage: korv COMMAND [ARGS]
 
 Commands:
-  info IN                       describe a picture as JSON: format, width,
-                                height, dpi, layers
-  render IN OUT.png             flatten a picture to a PNG at its own DPI
+  info IN                       describe a document or picture as JSON: format,
+                                width, height, dpi and the layer tree (kinds,
+                                modes, opacity, masks)
+  render IN OUT.png             flatten a document or picture to a PNG at its
+                                own DPI
   convert IN OUT [--quality Q] [--scale S] [--background #RRGGBB]
-                                export a picture as JPEG, PNG, TIFF or HEIC,
-                                chosen by OUT's extension (jpg, jpeg, png, tif,
-                                tiff, heic); Q from 0.05 to 1 (default 0.9),
-                                S from 0.01 to 4 (default 1); the background
-                                (default white) goes under transparent pixels
-                                of a JPEG
+                                export as JPEG, PNG, TIFF, HEIC or a native
+                                document, chosen by OUT's extension (jpg, jpeg,
+                                png, tif, tiff, heic, korvstudio); Q from 0.05
+                                to 1 (default 0.9), S from 0.01 to 4 (default
+                                1); the background (default white) goes under
+                                transparent pixels of a JPEG
+  new WIDTH HEIGHT OUT.korvstudio [--background #RRGGBBAA] [--dpi D]
+                                make a document of one layer: "Background" in
+                                that colour, or a transparent "Layer 1"
   demo [OUT.png] [--size WxH]   render a generated layered document to a PNG
                                 (default build/demo.png, 1600x1000)
   help                          show this text
 
-Pictures open from JPEG, PNG, TIFF, HEIC, AVIF, GIF, BMP, TGA and WebP.
+Native documents (.korvstudio) open, and pictures from JPEG, PNG, TIFF, HEIC,
+AVIF, GIF, BMP, TGA and WebP; a file is recognised by its content, not its name.
 Errors are printed on stderr and give a non-zero exit status; nothing is
 written on failure.
 )";
@@ -75,16 +83,42 @@ std::vector<uint8_t> readFile(const std::string& path) {
 }
 
 struct Opened {
-    korv::PictureFormat format;
+    std::string format;
     std::unique_ptr<korv::StudioDocument> document;
 };
 
-Opened openPicture(const std::string& path) {
+Opened openFile(const std::string& path) {
     const std::vector<uint8_t> bytes = readFile(path);
-    std::optional<korv::DecodedImage> decoded = korv::ImageImport::decode(bytes);
-    if (!decoded) throw korv::ExportError::cannotRead();
-    return {*korv::ImageImport::formatOf(bytes),
-            std::make_unique<korv::StudioDocument>(*decoded->image, decoded->dpi, "Background")};
+    std::unique_ptr<korv::StudioDocument> doc = korv::StudioImport::document(bytes);
+    std::string format = "korvstudio";
+    if (!korv::StudioFile::isStudioFile(bytes))
+        if (auto f = korv::ImageImport::formatOf(bytes)) format = std::string(korv::toString(*f));
+    return {format, std::move(doc)};
+}
+
+nlohmann::json describe(const std::vector<korv::StudioLayer>& layers) {
+    nlohmann::json out = nlohmann::json::array();
+    // Top first, as the layer list shows them.
+    for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
+        const korv::StudioLayer& l = *it;
+        nlohmann::json j{{"id", l.id.toString()},
+                         {"name", l.name},
+                         {"kind", std::string(korv::toString(l.kind))},
+                         {"blendMode", std::string(korv::toString(l.blendMode))},
+                         {"opacity", l.opacity},
+                         {"fillOpacity", l.fillOpacity},
+                         {"visible", l.isVisible},
+                         {"locked", l.isLocked},
+                         {"clipping", l.isClipping},
+                         {"mask", l.mask ? (l.maskEnabled ? "enabled" : "disabled") : "none"}};
+        if (l.pixels) {
+            const auto bounds = l.pixels->contentBounds();
+            j["contentBounds"] = bounds ? nlohmann::json(*bounds) : nlohmann::json(nullptr);
+        }
+        if (l.isGroup()) j["children"] = describe(l.children);
+        out.push_back(std::move(j));
+    }
+    return out;
 }
 
 double number(const char* text, const char* what) {
@@ -106,21 +140,28 @@ std::optional<korv::PhotoExportFormat> formatForExtension(const std::string& pat
     return std::nullopt;
 }
 
+bool isNativeName(const std::string& path) {
+    return std::filesystem::path(path).extension() == "." + std::string(korv::StudioFile::fileExtension);
+}
+
 int info(int argc, char** argv) {
     if (argc != 1) throw UsageError("info takes one file: korv info IN");
-    const Opened opened = openPicture(argv[0]);
-    const nlohmann::json j{{"format", std::string(korv::toString(opened.format))},
-                           {"width", opened.document->width()},
-                           {"height", opened.document->height()},
-                           {"dpi", opened.document->dpi},
-                           {"layers", opened.document->allLayers().size()}};
+    const Opened opened = openFile(argv[0]);
+    const korv::StudioDocument& doc = *opened.document;
+    const auto active = doc.activeID;
+    const nlohmann::json j{{"format", opened.format},
+                           {"width", doc.width()},
+                           {"height", doc.height()},
+                           {"dpi", doc.dpi},
+                           {"active", active ? nlohmann::json(active->toString()) : nlohmann::json(nullptr)},
+                           {"layers", describe(doc.layers)}};
     std::printf("%s\n", j.dump(2).c_str());
     return 0;
 }
 
 int render(int argc, char** argv) {
     if (argc != 2) throw UsageError("render takes two files: korv render IN OUT.png");
-    const Opened opened = openPicture(argv[0]);
+    const Opened opened = openFile(argv[0]);
     const korv::RGBABufferPtr flat = korv::StudioRenderer::flatten(*opened.document);
     const auto png = korv::ImageExport::pngData(flat, opened.document->dpi);
     if (!png) throw korv::ExportError::cannotEncode("PNG");
@@ -148,20 +189,64 @@ int convert(int argc, char** argv) {
         }
     }
     if (files.size() != 2) throw UsageError("convert takes two files: korv convert IN OUT [options]");
+    if (isNativeName(files[1])) {
+        const Opened opened = openFile(files[0]);
+        const std::vector<uint8_t> bytes = korv::StudioFile::encode(*opened.document);
+        korv::writeFileAtomically(files[1], bytes);
+        std::printf("Wrote %s: KORV Lumenary document, %ldx%ld, %zu bytes\n", files[1].c_str(),
+                    opened.document->width(), opened.document->height(), bytes.size());
+        return 0;
+    }
     const std::optional<korv::PhotoExportFormat> format = formatForExtension(files[1]);
-    if (!format) throw UsageError("the output must end in .jpg, .jpeg, .png, .tif, .tiff or .heic.");
+    if (!format)
+        throw UsageError("the output must end in .jpg, .jpeg, .png, .tif, .tiff, .heic or .korvstudio.");
     korv::PhotoExportOptions options(*format);
     if (quality) options.quality = *quality;
     if (scale) options.scale = *scale;
     if (background) options.background = korv::RGBA(*background);
 
-    const Opened opened = openPicture(files[0]);
+    const Opened opened = openFile(files[0]);
     const std::vector<uint8_t> bytes = korv::PhotoExport::data(*opened.document, options);
     korv::writeFileAtomically(files[1], bytes);
     const korv::PixelSize size = korv::PhotoExport::outputSize(*opened.document, options);
     std::printf("Wrote %s: %s, %ldx%ld at %g dpi, %zu bytes\n", files[1].c_str(),
                 std::string(korv::displayName(*format)).c_str(), size.width, size.height,
                 opened.document->dpi, bytes.size());
+    return 0;
+}
+
+int64_t canvasSide(const char* text, const char* what) {
+    const double v = number(text, what);
+    if (v != std::floor(v) || v < 1 || v > double(korv::kMaxCanvasSide))
+        throw UsageError(std::string("the ") + what + " must be a whole number from 1 to 30000.");
+    return int64_t(v);
+}
+
+int newDocument(int argc, char** argv) {
+    std::vector<std::string> args;
+    std::optional<korv::PaintColor> background;
+    double dpi = 72;
+    for (int i = 0; i < argc; ++i) {
+        const bool hasValue = i + 1 < argc;
+        if (!std::strcmp(argv[i], "--background") && hasValue) {
+            background = korv::PaintColor::fromHex(argv[++i]);
+            if (!background) throw UsageError("the background must be a colour like #RRGGBB or #RRGGBBAA.");
+        } else if (!std::strcmp(argv[i], "--dpi") && hasValue) {
+            dpi = number(argv[++i], "resolution");
+            if (dpi <= 0) throw UsageError("the resolution must be above 0.");
+        } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
+            throw UsageError(std::string("unknown option \u201C") + argv[i] + "\u201D for new.");
+        } else {
+            args.emplace_back(argv[i]);
+        }
+    }
+    if (args.size() != 3) throw UsageError("new takes a size and a file: korv new WIDTH HEIGHT OUT.korvstudio");
+    const int64_t width = canvasSide(args[0].c_str(), "width"), height = canvasSide(args[1].c_str(), "height");
+    if (!isNativeName(args[2])) throw UsageError("the new document's name must end in .korvstudio.");
+    korv::StudioDocument doc(width, height, dpi, background);
+    const std::vector<uint8_t> bytes = korv::StudioFile::encode(doc);
+    korv::writeFileAtomically(args[2], bytes);
+    std::printf("Wrote %s: %ldx%ld, %zu bytes\n", args[2].c_str(), width, height, bytes.size());
     return 0;
 }
 
@@ -207,6 +292,7 @@ int main(int argc, char** argv) {
         if (!std::strcmp(command, "info")) return info(argc - 2, argv + 2);
         if (!std::strcmp(command, "render")) return render(argc - 2, argv + 2);
         if (!std::strcmp(command, "convert")) return convert(argc - 2, argv + 2);
+        if (!std::strcmp(command, "new")) return newDocument(argc - 2, argv + 2);
         std::fprintf(stderr,
                      "korv: unknown command \u201C%s\u201D. Run \u201Ckorv --help\u201D for the list.\n",
                      command);

@@ -3,7 +3,8 @@
 #include "engine/core/ParallelFor.h"
 #include "engine/core/Require.h"
 #include "engine/document/StudioDocument.h"
-#include "engine/formats/PngCodec.h"
+#include "engine/formats/ImageExport.h"
+#include "engine/formats/ImageImport.h"
 #include "engine/render/StudioRenderer.h"
 #include "lzfse/Lzfse.h"
 
@@ -352,32 +353,6 @@ struct Writer {
     }
 };
 
-// Area average over premultiplied pixels, for the small preview.
-RGBABufferPtr previewOf(const RGBABuffer& image) {
-    const int64_t side = std::max(image.width(), image.height());
-    if (side <= kMaxPreviewSide) return image.copy();
-    const double s = double(kMaxPreviewSide) / double(side);
-    const int64_t w = std::max<int64_t>(1, int64_t(std::lround(double(image.width()) * s)));
-    const int64_t h = std::max<int64_t>(1, int64_t(std::lround(double(image.height()) * s)));
-    auto out = std::make_shared<RGBABuffer>(w, h);
-    for (int64_t y = 0; y < h; ++y) {
-        const int64_t y0 = y * image.height() / h, y1 = std::max(y0 + 1, (y + 1) * image.height() / h);
-        for (int64_t x = 0; x < w; ++x) {
-            const int64_t x0 = x * image.width() / w, x1 = std::max(x0 + 1, (x + 1) * image.width() / w);
-            uint64_t sum[4] = {0, 0, 0, 0};
-            for (int64_t yy = y0; yy < y1; ++yy) {
-                const uint8_t* row = image.row(yy);
-                for (int64_t xx = x0; xx < x1; ++xx)
-                    for (int c = 0; c < 4; ++c) sum[c] += row[xx * 4 + c];
-            }
-            const uint64_t n = uint64_t((y1 - y0) * (x1 - x0));
-            out->setPixel(x, y, {uint8_t((sum[0] + n / 2) / n), uint8_t((sum[1] + n / 2) / n),
-                                 uint8_t((sum[2] + n / 2) / n), uint8_t((sum[3] + n / 2) / n)});
-        }
-    }
-    return out;
-}
-
 } // namespace
 
 bool isStudioFile(std::span<const uint8_t> bytes) noexcept {
@@ -394,7 +369,7 @@ Snapshot snapshot(const StudioDocument& doc, bool preview) {
     // painting copies a tile first, and the encoder reads without a lock.
     for (StudioLayer& l : s.layers) l.freezeAll();
     s.active = doc.activeID;
-    if (preview) s.preview = previewOf(*StudioRenderer::flatten(doc));
+    if (preview) s.preview = ImageExport::scaled(StudioRenderer::flatten(doc), kMaxPreviewSide);
     return s;
 }
 
@@ -419,15 +394,11 @@ std::vector<uint8_t> encode(const Snapshot& snap) {
     j["layers"] = std::move(layers);
     j["saved"] = isoNow();
     if (snap.preview) {
-        std::vector<uint8_t> png;
-        try {
-            png = encodePNG(*snap.preview, 72.0);
-        } catch (const std::exception&) {
-            png.clear(); // a file without a preview is still a whole document
-        }
-        if (!png.empty()) {
-            j["thumbnail"] = {{"i", -1}, {"o", int64_t(writer.area.size())}, {"n", int64_t(png.size())}, {"c", 2}};
-            writer.area.insert(writer.area.end(), png.begin(), png.end());
+        // A file without a preview is still a whole document.
+        const std::optional<std::vector<uint8_t>> png = ImageExport::pngData(snap.preview, 72.0);
+        if (png && !png->empty()) {
+            j["thumbnail"] = {{"i", -1}, {"o", int64_t(writer.area.size())}, {"n", int64_t(png->size())}, {"c", 2}};
+            writer.area.insert(writer.area.end(), png->begin(), png->end());
         }
     }
     const std::string text = j.dump();
@@ -523,6 +494,17 @@ std::optional<std::vector<uint8_t>> thumbnailData(std::span<const uint8_t> bytes
         return std::vector<uint8_t>(start, start + e.n);
     } catch (...) {
         return std::nullopt;
+    }
+}
+
+RGBABufferPtr thumbnail(std::span<const uint8_t> bytes) noexcept {
+    const auto png = thumbnailData(bytes);
+    if (!png) return nullptr;
+    try {
+        auto decoded = ImageImport::decode(*png);
+        return decoded ? decoded->image : nullptr;
+    } catch (...) {
+        return nullptr;
     }
 }
 

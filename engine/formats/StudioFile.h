@@ -87,6 +87,8 @@ std::unique_ptr<StudioDocument> decode(std::span<const uint8_t> bytes);
 std::pair<Manifest, size_t> manifest(std::span<const uint8_t> bytes);
 // The preview's PNG bytes, when the file has an intact one; never throws.
 std::optional<std::vector<uint8_t>> thumbnailData(std::span<const uint8_t> bytes) noexcept;
+// The preview as a picture, when the file has an intact one; never throws.
+RGBABufferPtr thumbnail(std::span<const uint8_t> bytes) noexcept;
 bool isStudioFile(std::span<const uint8_t> bytes) noexcept;
 
 } // namespace StudioFile

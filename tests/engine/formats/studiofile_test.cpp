@@ -100,6 +100,10 @@ TEST(StudioFile, SavesAndReopensLosslessly) {
     auto png = StudioFile::thumbnailData(file);
     ASSERT_TRUE(png);
     EXPECT_EQ((*png)[1], 'P');
+    auto thumb = StudioFile::thumbnail(file);
+    ASSERT_TRUE(thumb);
+    EXPECT_EQ(thumb->width(), 320);
+    EXPECT_EQ(thumb->height(), 213);
 
     // The same document encodes to the same tile area every time, whatever the threads did.
     const auto again = StudioFile::encode(StudioFile::snapshot(*doc, false));
