@@ -1,6 +1,7 @@
 #include "engine/render/Compositor.h"
 
 #include "engine/render/PixelMath.h"
+#include "engine/render/TileLoops.h"
 
 #include "engine/core/ParallelFor.h"
 #include "engine/render/WorkBuffers.h"
@@ -514,34 +515,11 @@ void compositeTile(int64_t tile, const std::vector<CompositeInput>& layers, uint
 std::map<int64_t, RGBABufferPtr> compositeImages(const std::vector<int64_t>& tiles,
                                                  const std::vector<CompositeInput>& layers,
                                                  const TileGrid& grid) {
-    std::map<int64_t, RGBABufferPtr> result;
-    std::vector<RGBABufferPtr> images(tiles.size());
-    parallelFor(int64_t(tiles.size()), [&](int64_t k) {
-        const int64_t index = tiles[size_t(k)];
-        if (index < 0 || index >= grid.count()) return;
-        ByteTileBuffer bytes;
-        compositeTile(index, layers, bytes.get());
-        const IRect r = grid.rect(index);
-        auto image = std::make_shared<RGBABuffer>(r.w, r.h);
-        for (int64_t y = 0; y < r.h; ++y)
-            std::memcpy(image->row(y), bytes.get() + y * kTileStride, size_t(r.w * 4));
-        images[size_t(k)] = std::move(image);
-    });
-    for (size_t k = 0; k < tiles.size(); ++k)
-        if (images[k]) result[tiles[k]] = std::move(images[k]);
-    return result;
+    return renderTilePictures(grid, tiles, [&](int64_t index, uint8_t* out) { compositeTile(index, layers, out); });
 }
 
 RGBABufferPtr flatten(const std::vector<CompositeInput>& layers, const TileGrid& grid) {
-    auto out = std::make_shared<RGBABuffer>(grid.width, grid.height);
-    parallelFor(grid.count(), [&](int64_t index) {
-        ByteTileBuffer bytes;
-        compositeTile(index, layers, bytes.get());
-        const IRect r = grid.rect(index);
-        for (int64_t y = 0; y < r.h; ++y)
-            std::memcpy(out->row(r.y + y) + r.x * 4, bytes.get() + y * kTileStride, size_t(r.w * 4));
-    });
-    return out;
+    return renderCanvas(grid, [&](int64_t index, uint8_t* out) { compositeTile(index, layers, out); });
 }
 
 } // namespace korv::Compositor

@@ -6,6 +6,7 @@
 #include "engine/document/StudioDocument.h"
 #include "engine/render/Compositor.h"
 #include "engine/render/PixelMath.h"
+#include "engine/render/TileLoops.h"
 #include "engine/render/WorkBuffers.h"
 
 #include <algorithm>
@@ -264,18 +265,7 @@ void renderTile(int64_t tile, const RenderPlan& plan, uint8_t* out) {
 }
 
 RGBABufferPtr flatten(const RenderPlan& plan, const TileGrid& grid) {
-    // Every tile writes all of its rows, so a canvas with tiles needs no zero fill.
-    auto out = grid.count() > 0
-                   ? std::make_shared<RGBABuffer>(grid.width, grid.height, RGBABuffer::Uninitialized{})
-                   : std::make_shared<RGBABuffer>(grid.width, grid.height);
-    parallelFor(grid.count(), [&](int64_t index) {
-        ByteTileBuffer bytes;
-        renderTile(index, plan, bytes.get());
-        const IRect r = grid.rect(index);
-        for (int64_t y = 0; y < r.h; ++y)
-            std::memcpy(out->row(r.y + y) + r.x * 4, bytes.get() + y * kTileStride, size_t(r.w * 4));
-    });
-    return out;
+    return renderCanvas(grid, [&](int64_t index, uint8_t* out) { renderTile(index, plan, out); });
 }
 
 RGBABufferPtr flatten(const std::vector<StudioLayer>& layers, const StudioDocument& doc) {
@@ -285,24 +275,9 @@ RGBABufferPtr flatten(const std::vector<StudioLayer>& layers, const StudioDocume
 RGBABufferPtr flatten(const StudioDocument& doc) { return flatten(doc.layers, doc); }
 
 std::map<int64_t, RGBABufferPtr> tileImages(const StudioDocument& doc, const std::vector<int64_t>& tiles) {
-    std::map<int64_t, RGBABufferPtr> result;
-    if (tiles.empty()) return result;
+    if (tiles.empty()) return {};
     const RenderPlan p = plan(doc.layers, doc.grid, doc.cache());
-    std::vector<RGBABufferPtr> images(tiles.size());
-    parallelFor(int64_t(tiles.size()), [&](int64_t k) {
-        const int64_t index = tiles[size_t(k)];
-        if (index < 0 || index >= doc.grid.count()) return;
-        ByteTileBuffer bytes;
-        renderTile(index, p, bytes.get());
-        const IRect r = doc.grid.rect(index);
-        auto image = std::make_shared<RGBABuffer>(r.w, r.h);
-        for (int64_t y = 0; y < r.h; ++y)
-            std::memcpy(image->row(y), bytes.get() + y * kTileStride, size_t(r.w * 4));
-        images[size_t(k)] = std::move(image);
-    });
-    for (size_t k = 0; k < tiles.size(); ++k)
-        if (images[k]) result[tiles[k]] = std::move(images[k]);
-    return result;
+    return renderTilePictures(doc.grid, tiles, [&](int64_t index, uint8_t* out) { renderTile(index, p, out); });
 }
 
 Pixel4 pixel(const StudioDocument& doc, int64_t x, int64_t y) {
