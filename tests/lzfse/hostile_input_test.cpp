@@ -184,10 +184,10 @@ std::vector<Bytes> smallStreams() {
 }
 
 TEST(DamagedStreams, EveryCutIsRefused) {
+    Bytes out;
     for (const Bytes& stream : smallStreams()) {
         for (std::size_t n = 0; n < stream.size(); ++n) {
             const Bytes cut(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(n));
-            Bytes out;
             ASSERT_FALSE(test::decodeBytes(cut, 300000, out).ok()) << "cut at " << n;
         }
     }
@@ -196,12 +196,12 @@ TEST(DamagedStreams, EveryCutIsRefused) {
 // Flipped bytes may still decode (to wrong bytes); they must never make the
 // decoder overrun, and a success must stay within the room given.
 TEST(DamagedStreams, FlippedBytesStayInBounds) {
+    Bytes out;
     for (const Bytes& stream : smallStreams()) {
         for (std::size_t i = 0; i < stream.size(); ++i) {
             for (std::uint8_t mask : {std::uint8_t{0xff}, std::uint8_t(1u << (i % 8))}) {
                 Bytes flipped = stream;
                 flipped[i] ^= mask;
-                Bytes out;
                 const DecodeResult r = test::decodeBytes(flipped, 262144, out);
                 if (r.ok()) {
                     ASSERT_LE(r.size, 262144u);
