@@ -3,11 +3,13 @@
 // and the base-value classes of the L, M and D symbols. Shared by the encoder
 // and the decoder so the two can never disagree.
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 namespace korv::lzfse::detail {
 
@@ -63,8 +65,9 @@ constexpr ValueClasses<N> makeClasses(const std::array<std::uint8_t, N>& extraBi
 
 constexpr std::array<std::uint8_t, kDSymbols> dExtraBitCounts() {
     std::array<std::uint8_t, kDSymbols> bits{};
-    for (int i = 0; i < kDSymbols; ++i)
+    for (int i = 0; i < kDSymbols; ++i) {
         bits[i] = static_cast<std::uint8_t>(i / 4);
+    }
     return bits;
 }
 
@@ -80,12 +83,16 @@ inline constexpr std::uint32_t kMaxDValue = kDClasses.maxValue; // 262139
 static_assert(kMaxLValue == 315 && kMaxMValue == 2359 && kMaxDValue == 262139);
 
 inline int lSymbol(std::uint32_t v) {
-    if (v < 16) return static_cast<int>(v);
+    if (v < 16) {
+        return static_cast<int>(v);
+    }
     return v < 20 ? 16 : v < 28 ? 17 : v < 60 ? 18 : 19;
 }
 
 inline int mSymbol(std::uint32_t v) {
-    if (v < 16) return static_cast<int>(v);
+    if (v < 16) {
+        return static_cast<int>(v);
+    }
     return v < 24 ? 16 : v < 56 ? 17 : v < 312 ? 18 : 19;
 }
 
@@ -93,8 +100,9 @@ inline int mSymbol(std::uint32_t v) {
 // by 4 makes the group the bit length and the member the next two bits.
 inline int dSymbol(std::uint32_t v) {
     const std::uint32_t w = v + 4;
-    const int g = std::bit_width(w) - 3;
-    return 4 * g + static_cast<int>(w >> g) - 4;
+    // w >= 4 so g >= 0, and distances stop at group 15.
+    const unsigned g = std::min(static_cast<unsigned>(std::bit_width(w)) - 3, 15u);
+    return static_cast<int>(4 * g + (w >> g)) - 4;
 }
 
 inline std::uint16_t load16(const std::uint8_t* p) {
@@ -120,6 +128,16 @@ inline void store32(std::uint8_t* p, std::uint32_t v) {
 }
 inline void store64(std::uint8_t* p, std::uint64_t v) {
     std::memcpy(p, &v, 8);
+}
+
+// Working memory comes from callers as raw bytes of any alignment; the
+// scratch sizes include room to align it.
+inline constexpr std::size_t kScratchAlign = 64;
+
+template <typename T>
+T* alignedScratch(void* scratch) {
+    std::size_t space = sizeof(T) + kScratchAlign;
+    return static_cast<T*>(std::align(kScratchAlign, sizeof(T), scratch, space));
 }
 
 static_assert(std::endian::native == std::endian::little,

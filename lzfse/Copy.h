@@ -32,14 +32,16 @@ inline void copyMatchWide(std::uint8_t* dst, std::size_t d, std::size_t m) {
     std::uint8_t* const end = dst + m;
     if (d < 8) {
         if (m < 16) {
-            for (std::size_t i = 0; i < m; ++i)
+            for (std::size_t i = 0; i < m; ++i) {
                 dst[i] = src[i];
+            }
             return;
         }
         // Once 16 bytes are out the output repeats with every multiple of d up to
         // 16, so the copy can go on from a distance of at least 8.
-        for (int i = 0; i < 16; ++i)
+        for (int i = 0; i < 16; ++i) {
             dst[i] = src[i];
+        }
         d = 16 - 16 % d;
         dst += 16;
         src = dst - d;
@@ -53,8 +55,9 @@ inline void copyMatchWide(std::uint8_t* dst, std::size_t d, std::size_t m) {
 
 inline void copyMatchExact(std::uint8_t* dst, std::size_t d, std::size_t m) {
     const std::uint8_t* src = dst - d;
-    for (std::size_t i = 0; i < m; ++i)
+    for (std::size_t i = 0; i < m; ++i) {
         dst[i] = src[i];
+    }
 }
 
 } // namespace korv::lzfse::detail

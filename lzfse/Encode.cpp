@@ -18,7 +18,6 @@ using namespace detail;
 
 namespace {
 
-constexpr std::size_t kScratchAlign = 64;
 // Below this, LZVN is tried too; FSE tables cost more than they save there.
 constexpr std::size_t kLzvnThreshold = 4096;
 // Below this, an FSE block cannot win over its own header.
@@ -68,10 +67,13 @@ public:
             const std::uint8_t* lit = src_ + pos;
             std::uint32_t l = s.literals;
             std::uint32_t m = s.length;
-            for (; l > kMaxLValue; l -= kMaxLValue)
+            for (; l > kMaxLValue; l -= kMaxLValue) {
                 add(kMaxLValue, 0, 0, lit);
+            }
             if (m == 0) {
-                if (l != 0) add(l, 0, 0, lit);
+                if (l != 0) {
+                    add(l, 0, 0, lit);
+                }
             } else {
                 const std::uint32_t first = std::min(m, kMaxMValue);
                 add(l, first, s.distance, lit);
@@ -100,7 +102,9 @@ private:
     static std::uint64_t triplesFor(const Sequence& s) {
         const std::uint64_t literalOnly = s.literals > kMaxLValue ? (s.literals - 1) / kMaxLValue : 0;
         const std::uint32_t rest = s.literals - static_cast<std::uint32_t>(literalOnly) * kMaxLValue;
-        if (s.length == 0) return literalOnly + (rest != 0);
+        if (s.length == 0) {
+            return literalOnly + (rest != 0);
+        }
         return literalOnly + (s.length + kMaxMValue - 1) / kMaxMValue;
     }
 
@@ -121,7 +125,9 @@ private:
     }
 
     void flush() {
-        if (count_ == 0 || !ok_) return;
+        if (count_ == 0 || !ok_) {
+            return;
+        }
         const std::size_t size = writeFseBlock(pos_, end_, count_, literals_, raw_, block_);
         if (size != 0 && size < kRawHeaderSize + raw_) {
             pos_ += size;
@@ -159,7 +165,9 @@ const Sequence* chooseParse(const std::uint8_t* src, std::size_t start, std::siz
     // Only the phases that repeat often are carved: carving the others
     // mostly splits literal runs for little gain.
     const std::uint32_t phases = periodicPhases(src, start, s.parsed, count, kKeepAcrossCarving);
-    if (phases == 0) return s.parsed;
+    if (phases == 0) {
+        return s.parsed;
+    }
     const std::size_t carved =
         carvePeriodic(src, start, end, s.parsed, count, phases, kKeepAcrossCarving, s.carved);
     if (estimateBits(src, start, s.carved, carved) >= estimateBits(src, start, s.parsed, count)) {
@@ -186,10 +194,14 @@ std::size_t encodeFse(std::uint8_t* dst, std::size_t dstCapacity, const std::uin
 }
 
 std::size_t encodeRaw(std::uint8_t* dst, std::size_t dstCapacity, const std::uint8_t* src, std::size_t n) {
-    if (dstCapacity < n + kRawHeaderSize + 4) return 0;
+    if (dstCapacity < n + kRawHeaderSize + 4) {
+        return 0;
+    }
     store32(dst, kMagicRaw);
     store32(dst + 4, static_cast<std::uint32_t>(n));
-    if (n != 0) std::memcpy(dst + kRawHeaderSize, src, n);
+    if (n != 0) {
+        std::memcpy(dst + kRawHeaderSize, src, n);
+    }
     store32(dst + kRawHeaderSize + n, kMagicEndOfStream);
     return n + kRawHeaderSize + 4;
 }
@@ -202,24 +214,31 @@ std::size_t encodeScratchSize() noexcept {
 
 std::size_t encode(std::uint8_t* dst, std::size_t dstCapacity, const std::uint8_t* src, std::size_t srcSize,
                    void* scratch) noexcept {
-    if (srcSize > kMaxInput) return 0;
+    if (srcSize > kMaxInput) {
+        return 0;
+    }
     if (srcSize == 0) {
-        if (dstCapacity < 4) return 0;
+        if (dstCapacity < 4) {
+            return 0;
+        }
         store32(dst, kMagicEndOfStream);
         return 4;
     }
     const std::size_t rawSize = srcSize + kRawHeaderSize + 4;
     // Too short for any instruction to pay for itself.
-    if (srcSize < 8) return encodeRaw(dst, dstCapacity, src, srcSize);
+    if (srcSize < 8) {
+        return encodeRaw(dst, dstCapacity, src, srcSize);
+    }
 
     std::unique_ptr<std::uint8_t[]> owned;
     if (scratch == nullptr) {
         owned.reset(new (std::nothrow) std::uint8_t[encodeScratchSize()]);
-        if (!owned) return 0;
+        if (!owned) {
+            return 0;
+        }
         scratch = owned.get();
     }
-    const auto address = reinterpret_cast<std::uintptr_t>(scratch);
-    auto& s = *reinterpret_cast<Scratch*>((address + kScratchAlign - 1) & ~(kScratchAlign - 1));
+    Scratch& s = *alignedScratch<Scratch>(scratch);
 
     // Nothing larger than the raw form is worth writing.
     const std::size_t room = std::min(dstCapacity, rawSize);
@@ -241,7 +260,9 @@ std::size_t encode(std::uint8_t* dst, std::size_t dstCapacity, const std::uint8_
             }
         }
     }
-    if (size == 0 || size >= rawSize) return encodeRaw(dst, dstCapacity, src, srcSize);
+    if (size == 0 || size >= rawSize) {
+        return encodeRaw(dst, dstCapacity, src, srcSize);
+    }
     return size;
 }
 

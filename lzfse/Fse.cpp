@@ -20,7 +20,9 @@ int checkedFrequencySum(const std::uint16_t* freq, int symbols, int states) {
     int sum = 0;
     for (int s = 0; s < symbols; ++s) {
         sum += freq[s];
-        if (sum > states) return -1;
+        if (sum > states) {
+            return -1;
+        }
     }
     return sum;
 }
@@ -33,7 +35,9 @@ void buildLiteralDecoder(const std::uint16_t* freq, LiteralEntry* table) {
     int next = 0;
     for (int s = 0; s < kLiteralSymbols; ++s) {
         const int f = freq[s];
-        if (f == 0) continue;
+        if (f == 0) {
+            continue;
+        }
         const int k = shiftFor(f, n);
         const int j0 = ((2 * n) >> k) - f;
         for (int j = 0; j < f; ++j) {
@@ -58,7 +62,9 @@ void buildValueDecoder(const std::uint16_t* freq, int symbols, int states, const
     int next = 0;
     for (int s = 0; s < symbols; ++s) {
         const int f = freq[s];
-        if (f == 0) continue;
+        if (f == 0) {
+            continue;
+        }
         const int k = shiftFor(f, states);
         const int j0 = ((2 * states) >> k) - f;
         for (int j = 0; j < f; ++j) {
@@ -102,8 +108,9 @@ void buildEncoder(const std::uint16_t* freq, int symbols, int states, EncoderEnt
 // computing logarithms.
 void normalizeCounts(const std::uint32_t* counts, int symbols, int states, std::uint16_t* freq) {
     std::uint64_t total = 0;
-    for (int s = 0; s < symbols; ++s)
+    for (int s = 0; s < symbols; ++s) {
         total += counts[s];
+    }
     if (total == 0) {
         std::fill(freq, freq + symbols, std::uint16_t{0});
         freq[0] = static_cast<std::uint16_t>(states);
@@ -129,7 +136,9 @@ void normalizeCounts(const std::uint32_t* counts, int symbols, int states, std::
         int best = -1;
         double bestGain = -1;
         for (int s = 0; s < symbols; ++s) {
-            if (counts[s] == 0) continue;
+            if (counts[s] == 0) {
+                continue;
+            }
             const double g = gainOfAdding(s);
             if (g > bestGain) {
                 bestGain = g;
@@ -142,7 +151,9 @@ void normalizeCounts(const std::uint32_t* counts, int symbols, int states, std::
         int best = -1;
         double bestLoss = 0;
         for (int s = 0; s < symbols; ++s) {
-            if (freq[s] <= 1) continue;
+            if (freq[s] <= 1) {
+                continue;
+            }
             const double l = lossOfRemoving(s);
             if (best < 0 || l < bestLoss) {
                 bestLoss = l;
@@ -168,7 +179,9 @@ void normalizeCounts(const std::uint32_t* counts, int symbols, int states, std::
     for (int round = 0; round < 32; ++round) {
         const int to = bestToAdd();
         const int from = bestToRemove();
-        if (from < 0 || from == to || gainOfAdding(to) <= lossOfRemoving(from) * 1.000001) break;
+        if (from < 0 || from == to || gainOfAdding(to) <= lossOfRemoving(from) * 1.000001) {
+            break;
+        }
         ++freq[to];
         --freq[from];
     }

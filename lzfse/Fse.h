@@ -34,8 +34,8 @@ static_assert(sizeof(ValueEntry) == 8);
 
 // Sum of a frequency list, or -1 if it exceeds the state count (which no
 // table can hold). A sum below the state count is accepted: the states left
-// over decode as symbol 0 with no bits and lead back to state 0, harmless
-// because the initial states are range-checked and no move reaches them.
+// over decode as symbol 0, read no bits and lead to state 0, so decoding stays
+// inside the table and the block's own checks catch the nonsense.
 int checkedFrequencySum(const std::uint16_t* freq, int symbols, int states);
 
 // Both builders expect checkedFrequencySum(freq, symbols, states) >= 0.
@@ -87,9 +87,12 @@ public:
     // fails if they do not fit before `end`.
     bool flushExact(const std::uint8_t* end) {
         const int bytes = count_ >> 3;
-        if (end - out_ < bytes) return false;
-        for (int i = 0; i < bytes; ++i)
+        if (end - out_ < bytes) {
+            return false;
+        }
+        for (int i = 0; i < bytes; ++i) {
             *out_++ = static_cast<std::uint8_t>(acc_ >> (8 * i));
+        }
         acc_ = bytes == 8 ? 0 : acc_ >> (bytes * 8);
         count_ &= 7;
         return true;
@@ -99,9 +102,15 @@ public:
     // `end`. Returns the padding as the non-positive bit count block headers
     // record (-7..0), or 1 when out of room.
     int finish(const std::uint8_t* end) {
-        if (!flushExact(end)) return 1;
-        if (count_ == 0) return 0;
-        if (end - out_ < 1) return 1;
+        if (!flushExact(end)) {
+            return 1;
+        }
+        if (count_ == 0) {
+            return 0;
+        }
+        if (end - out_ < 1) {
+            return 1;
+        }
         *out_++ = static_cast<std::uint8_t>(acc_);
         const int pad = 8 - count_;
         acc_ = 0;
@@ -133,7 +142,9 @@ public:
     // the unused top bits of the last byte, which must be zero.
     bool init(const std::uint8_t* end, int padding, const std::uint8_t* floor) {
         floor_ = floor;
-        if (padding < -8 || padding > 0 || end - floor < 8) return false;
+        if (padding < -8 || padding > 0 || end - floor < 8) {
+            return false;
+        }
         pos_ = end - 8;
         word_ = load64(pos_);
         consumed_ = -padding;
@@ -144,7 +155,9 @@ public:
     // rather than load below the floor, which a complete stream never needs.
     bool refill() {
         const std::uint8_t* next = pos_ - (consumed_ >> 3);
-        if (next < floor_) return false;
+        if (next < floor_) {
+            return false;
+        }
         pos_ = next;
         consumed_ &= 7;
         word_ = load64(next);

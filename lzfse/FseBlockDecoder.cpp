@@ -45,7 +45,9 @@ bool readPackedFrequencies(const std::uint8_t* in, std::size_t bytes, std::uint1
             length = 14;
             value = 24 + ((window >> 4) & 1023);
         }
-        if (length > bits) return false;
+        if (length > bits) {
+            return false;
+        }
         freq[i] = static_cast<std::uint16_t>(value);
         window >>= length;
         bits -= length;
@@ -59,7 +61,9 @@ DecodeStatus checkLimits(const FseBlockHeader& h) {
         return DecodeStatus::corrupt;
     }
     for (std::uint16_t s : h.literalState) {
-        if (s >= kLiteralStates) return DecodeStatus::corrupt;
+        if (s >= kLiteralStates) {
+            return DecodeStatus::corrupt;
+        }
     }
     if (h.lState >= kLStates || h.mState >= kMStates || h.dState >= kDStates) {
         return DecodeStatus::corrupt;
@@ -78,7 +82,9 @@ DecodeStatus checkLimits(const FseBlockHeader& h) {
 }
 
 DecodeStatus readV2(const std::uint8_t* block, std::size_t available, FseBlockHeader& h) {
-    if (available < kV2FixedHeaderSize) return DecodeStatus::truncated;
+    if (available < kV2FixedHeaderSize) {
+        return DecodeStatus::truncated;
+    }
     h.rawBytes = load32(block + 4);
     const std::uint64_t w0 = load64(block + 8);
     const std::uint64_t w1 = load64(block + 16);
@@ -87,16 +93,21 @@ DecodeStatus readV2(const std::uint8_t* block, std::size_t available, FseBlockHe
     h.literalPayloadBytes = bitsAt(w0, 20, 20);
     h.matches = bitsAt(w0, 40, 20);
     h.literalBits = static_cast<int>(bitsAt(w0, 60, 3)) - 7;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         h.literalState[i] = static_cast<std::uint16_t>(bitsAt(w1, 10 * i, 10));
+    }
     h.lmdPayloadBytes = bitsAt(w1, 40, 20);
     h.lmdBits = static_cast<int>(bitsAt(w1, 60, 3)) - 7;
     h.headerBytes = bitsAt(w2, 0, 32);
     h.lState = static_cast<std::uint16_t>(bitsAt(w2, 32, 10));
     h.mState = static_cast<std::uint16_t>(bitsAt(w2, 42, 10));
     h.dState = static_cast<std::uint16_t>(bitsAt(w2, 52, 10));
-    if (h.headerBytes < kV2FixedHeaderSize) return DecodeStatus::corrupt;
-    if (h.headerBytes > available) return DecodeStatus::truncated;
+    if (h.headerBytes < kV2FixedHeaderSize) {
+        return DecodeStatus::corrupt;
+    }
+    if (h.headerBytes > available) {
+        return DecodeStatus::truncated;
+    }
     // A header without lists leaves every table empty; such a block can only
     // hold nothing, which the checks below and in decoding enforce.
     if (h.headerBytes > kV2FixedHeaderSize &&
@@ -107,7 +118,9 @@ DecodeStatus readV2(const std::uint8_t* block, std::size_t available, FseBlockHe
 }
 
 DecodeStatus readV1(const std::uint8_t* block, std::size_t available, FseBlockHeader& h) {
-    if (available < kV1HeaderSize) return DecodeStatus::truncated;
+    if (available < kV1HeaderSize) {
+        return DecodeStatus::truncated;
+    }
     h.rawBytes = load32(block + 4);
     // block + 8 holds the payload total, which the two sizes below determine.
     h.literals = load32(block + 12);
@@ -115,14 +128,16 @@ DecodeStatus readV1(const std::uint8_t* block, std::size_t available, FseBlockHe
     h.literalPayloadBytes = load32(block + 20);
     h.lmdPayloadBytes = load32(block + 24);
     h.literalBits = static_cast<std::int32_t>(load32(block + 28));
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         h.literalState[i] = load16(block + 32 + 2 * i);
+    }
     h.lmdBits = static_cast<std::int32_t>(load32(block + 40));
     h.lState = load16(block + 44);
     h.mState = load16(block + 46);
     h.dState = load16(block + 48);
-    for (int i = 0; i < kFreqCount; ++i)
+    for (int i = 0; i < kFreqCount; ++i) {
         h.freq[i] = load16(block + 50 + 2 * i);
+    }
     h.headerBytes = kV1HeaderSize;
     return DecodeStatus::ok;
 }
@@ -135,7 +150,9 @@ DecodeStatus decodeLiterals(const std::uint8_t* block, const FseBlockHeader& h, 
     // A stream shorter than the reader's first load reaches back into the
     // header, which is always longer than that.
     BitReader in;
-    if (!in.init(end, h.literalBits, start - 8)) return DecodeStatus::corrupt;
+    if (!in.init(end, h.literalBits, start - 8)) {
+        return DecodeStatus::corrupt;
+    }
 
     const LiteralEntry* table = scratch.literalTable;
     std::uint8_t* out = scratch.literals;
@@ -149,7 +166,9 @@ DecodeStatus decodeLiterals(const std::uint8_t* block, const FseBlockHeader& h, 
         return static_cast<std::uint8_t>(e >> 8);
     };
     for (std::uint8_t* const end4 = out + ((h.literals + 3) & ~3u); out < end4; out += 4) {
-        if (!in.refill()) return DecodeStatus::corrupt;
+        if (!in.refill()) {
+            return DecodeStatus::corrupt;
+        }
         out[0] = step(s0);
         out[1] = step(s1);
         out[2] = step(s2);
@@ -166,15 +185,21 @@ DecodeStatus decodeLiterals(const std::uint8_t* block, const FseBlockHeader& h, 
 DecodeStatus readFseHeader(const std::uint8_t* block, std::size_t available, FseBlockHeader& h) {
     const DecodeStatus read =
         load32(block) == kMagicFseV2 ? readV2(block, available, h) : readV1(block, available, h);
-    if (read != DecodeStatus::ok) return read;
+    if (read != DecodeStatus::ok) {
+        return read;
+    }
     const std::uint64_t total = std::uint64_t{h.headerBytes} + h.literalPayloadBytes + h.lmdPayloadBytes;
-    if (total > available) return DecodeStatus::truncated;
+    if (total > available) {
+        return DecodeStatus::truncated;
+    }
     return checkLimits(h);
 }
 
 DecodeStatus decodeFseBlock(const std::uint8_t* block, const FseBlockHeader& h, Output& out,
                             FseDecoderScratch& scratch) {
-    if (h.rawBytes > static_cast<std::size_t>(out.end - out.pos)) return DecodeStatus::dstTooSmall;
+    if (h.rawBytes > static_cast<std::size_t>(out.end - out.pos)) {
+        return DecodeStatus::dstTooSmall;
+    }
 
     const std::uint16_t* f = h.freq;
     buildLiteralDecoder(f + kLSymbols + kMSymbols + kDSymbols, scratch.literalTable);
@@ -185,13 +210,17 @@ DecodeStatus decodeFseBlock(const std::uint8_t* block, const FseBlockHeader& h, 
     buildValueDecoder(f + kLSymbols + kMSymbols, kDSymbols, kDStates, kDClasses.extraBits.data(),
                       kDClasses.base.data(), scratch.dTable);
 
-    if (const DecodeStatus s = decodeLiterals(block, h, scratch); s != DecodeStatus::ok) return s;
+    if (const DecodeStatus s = decodeLiterals(block, h, scratch); s != DecodeStatus::ok) {
+        return s;
+    }
 
     // As for literals, the reader may load from just before the stream; the
     // check after the loop makes sure no bit from there was used.
     const std::uint8_t* lmdStart = block + h.headerBytes + h.literalPayloadBytes;
     BitReader in;
-    if (!in.init(lmdStart + h.lmdPayloadBytes, h.lmdBits, lmdStart - 8)) return DecodeStatus::corrupt;
+    if (!in.init(lmdStart + h.lmdPayloadBytes, h.lmdBits, lmdStart - 8)) {
+        return DecodeStatus::corrupt;
+    }
 
     std::uint32_t lState = h.lState;
     std::uint32_t mState = h.mState;
@@ -223,11 +252,15 @@ DecodeStatus decodeFseBlock(const std::uint8_t* block, const FseBlockHeader& h, 
     // One triple takes at most 6 + 8 (L), 6 + 11 (M) and 8 + 15 (D) bits.
     constexpr int kMaxTripleBits = 54;
     for (std::uint32_t i = h.matches; i > 0; --i) {
-        if (!in.ensure(kMaxTripleBits)) return DecodeStatus::corrupt;
+        if (!in.ensure(kMaxTripleBits)) {
+            return DecodeStatus::corrupt;
+        }
         const std::size_t l = value(tables.lTable[lState], lState);
         const std::size_t m = value(tables.mTable[mState], mState);
         const std::size_t d = value(tables.dTable[dState], dState);
-        if (d != 0) distance = d;
+        if (d != 0) {
+            distance = d;
+        }
 
         if (l > static_cast<std::size_t>(litEnd - lit) || l + m > static_cast<std::size_t>(blockEnd - dst) ||
             distance - 1 >= static_cast<std::size_t>(dst + l - begin)) {
@@ -247,7 +280,9 @@ DecodeStatus decodeFseBlock(const std::uint8_t* block, const FseBlockHeader& h, 
             dst += m;
         }
     }
-    if (dst != blockEnd || in.consumedDownTo(lmdStart) < 0) return DecodeStatus::corrupt;
+    if (dst != blockEnd || in.consumedDownTo(lmdStart) < 0) {
+        return DecodeStatus::corrupt;
+    }
     out.pos = dst;
     return DecodeStatus::ok;
 }

@@ -55,7 +55,9 @@ std::size_t writePackedFrequencies(const std::uint16_t* freq, std::uint8_t* out)
             bits -= 8;
         }
     }
-    if (bits > 0) *out++ = static_cast<std::uint8_t>(window);
+    if (bits > 0) {
+        *out++ = static_cast<std::uint8_t>(window);
+    }
     return static_cast<std::size_t>(out - start);
 }
 
@@ -77,8 +79,9 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
     // Literals: the four interleaved streams take them four at a time, so the
     // count is padded with the most common byte, which costs the least.
     std::fill(std::begin(s.literalCounts), std::end(s.literalCounts), 0u);
-    for (std::uint32_t i = 0; i < literalCount; ++i)
+    for (std::uint32_t i = 0; i < literalCount; ++i) {
         ++s.literalCounts[s.literals[i]];
+    }
     const auto common =
         static_cast<std::uint8_t>(std::max_element(std::begin(s.literalCounts), std::end(s.literalCounts)) -
                                   std::begin(s.literalCounts));
@@ -100,7 +103,9 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
         std::uint32_t code;
         if (t.m == 0) {
             code = previous != 0 ? 0 : 1;
-            if (previous == 0) previous = 1;
+            if (previous == 0) {
+                previous = 1;
+            }
         } else if (t.d == previous) {
             code = 0;
         } else {
@@ -127,7 +132,9 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
     buildEncoder(literalFreq, kLiteralSymbols, kLiteralStates, s.literalEncoder);
 
     const std::size_t headerBytes = kV2FixedHeaderSize + packedFrequencyBytes(s.freq);
-    if (static_cast<std::size_t>(dstEnd - dst) < headerBytes) return 0;
+    if (static_cast<std::size_t>(dstEnd - dst) < headerBytes) {
+        return 0;
+    }
     writePackedFrequencies(s.freq, dst + kV2FixedHeaderSize);
 
     // Both streams are written from their last symbol back to their first, so
@@ -148,15 +155,21 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
         encodeSymbol(literalsOut, ls[2], s.literalEncoder[s.literals[i + 2]]);
         encodeSymbol(literalsOut, ls[1], s.literalEncoder[s.literals[i + 1]]);
         encodeSymbol(literalsOut, ls[0], s.literalEncoder[s.literals[i + 0]]);
-        if (!flush(literalsOut)) return 0;
+        if (!flush(literalsOut)) {
+            return 0;
+        }
     }
     const int literalBits = literalsOut.finish(dstEnd);
-    if (literalBits > 0) return 0;
+    if (literalBits > 0) {
+        return 0;
+    }
     std::uint8_t* const lmdStart = literalsOut.position();
 
     // Eight zero bytes first: decoders load a whole word from the start of this
     // stream before reading any of it.
-    if (dstEnd - lmdStart < 8) return 0;
+    if (dstEnd - lmdStart < 8) {
+        return 0;
+    }
     store64(lmdStart, 0);
     BitWriter lmdOut(lmdStart + 8);
     std::uint32_t lState = kLStates;
@@ -169,21 +182,29 @@ std::size_t writeFseBlock(std::uint8_t* dst, std::uint8_t* dstEnd, std::uint32_t
         encodeValue(lmdOut, dState, s.dEncoder, kDClasses, dSymbol(d), d);
         encodeValue(lmdOut, mState, s.mEncoder, kMClasses, mSymbol(t.m), t.m);
         encodeValue(lmdOut, lState, s.lEncoder, kLClasses, lSymbol(t.l), t.l);
-        if (!flush(lmdOut)) return 0;
+        if (!flush(lmdOut)) {
+            return 0;
+        }
     }
     const int lmdBits = lmdOut.finish(dstEnd);
-    if (lmdBits > 0) return 0;
+    if (lmdBits > 0) {
+        return 0;
+    }
 
     const std::uint64_t literalPayload = static_cast<std::uint64_t>(lmdStart - (dst + headerBytes));
     const std::uint64_t lmdPayload = static_cast<std::uint64_t>(lmdOut.position() - lmdStart);
+    // The headers store each stream's padding biased by 7.
+    const unsigned literalPadding = static_cast<unsigned>(literalBits + 7);
+    const unsigned lmdPadding = static_cast<unsigned>(lmdBits + 7);
     store32(dst, kMagicFseV2);
     store32(dst + 4, rawBytes);
     store64(dst + 8, field(paddedLiterals, 0) | field(literalPayload, 20) | field(tripleCount, 40) |
-                         field(static_cast<std::uint64_t>(literalBits + 7), 60));
-    for (std::uint32_t& x : ls)
+                         field(literalPadding, 60));
+    for (std::uint32_t& x : ls) {
         x -= kLiteralStates;
+    }
     store64(dst + 16, field(ls[0], 0) | field(ls[1], 10) | field(ls[2], 20) | field(ls[3], 30) |
-                          field(lmdPayload, 40) | field(static_cast<std::uint64_t>(lmdBits + 7), 60));
+                          field(lmdPayload, 40) | field(lmdPadding, 60));
     store64(dst + 24, field(headerBytes, 0) | field(lState - kLStates, 32) | field(mState - kMStates, 42) |
                           field(dState - kDStates, 52));
     return static_cast<std::size_t>(lmdOut.position() - dst);

@@ -13,14 +13,6 @@ using namespace detail;
 
 namespace {
 
-constexpr std::size_t kScratchAlign = 64;
-
-template <typename T>
-T* alignedIn(void* scratch) {
-    const auto address = reinterpret_cast<std::uintptr_t>(scratch);
-    return reinterpret_cast<T*>((address + kScratchAlign - 1) & ~(kScratchAlign - 1));
-}
-
 // Most output an LZVN payload byte can stand for: a two-byte instruction
 // repeats up to 271 bytes.
 constexpr std::uint64_t kLzvnMaxExpansion = 136;
@@ -43,31 +35,49 @@ DecodeResult decodeChecked(std::uint8_t* dst, std::size_t dstCapacity, const std
 
     for (;;) {
         const std::size_t available = static_cast<std::size_t>(end - p);
-        if (available < 4) return {0, DecodeStatus::truncated};
+        if (available < 4) {
+            return {0, DecodeStatus::truncated};
+        }
         const std::size_t room = static_cast<std::size_t>(out.end - out.pos);
         switch (load32(p)) {
         case kMagicEndOfStream:
             return {static_cast<std::size_t>(out.pos - dst), DecodeStatus::ok};
 
         case kMagicRaw: {
-            if (available < kRawHeaderSize) return {0, DecodeStatus::truncated};
+            if (available < kRawHeaderSize) {
+                return {0, DecodeStatus::truncated};
+            }
             const std::size_t raw = load32(p + 4);
-            if (available - kRawHeaderSize < raw) return {0, DecodeStatus::truncated};
-            if (raw > room) return {0, DecodeStatus::dstTooSmall};
-            if (raw != 0) std::memcpy(out.pos, p + kRawHeaderSize, raw);
+            if (available - kRawHeaderSize < raw) {
+                return {0, DecodeStatus::truncated};
+            }
+            if (raw > room) {
+                return {0, DecodeStatus::dstTooSmall};
+            }
+            if (raw != 0) {
+                std::memcpy(out.pos, p + kRawHeaderSize, raw);
+            }
             out.pos += raw;
             p += kRawHeaderSize + raw;
             break;
         }
 
         case kMagicLzvn: {
-            if (available < kLzvnHeaderSize) return {0, DecodeStatus::truncated};
+            if (available < kLzvnHeaderSize) {
+                return {0, DecodeStatus::truncated};
+            }
             const std::size_t raw = load32(p + 4);
             const std::size_t payload = load32(p + 8);
-            if (available - kLzvnHeaderSize < payload) return {0, DecodeStatus::truncated};
-            if (raw > room) return {0, DecodeStatus::dstTooSmall};
+            if (available - kLzvnHeaderSize < payload) {
+                return {0, DecodeStatus::truncated};
+            }
+            if (raw > room) {
+                return {0, DecodeStatus::dstTooSmall};
+            }
             const DecodeStatus s = decodeLzvn(p + kLzvnHeaderSize, payload, raw, out);
-            if (s != DecodeStatus::ok) return {0, s};
+            if (s != DecodeStatus::ok) {
+                return {0, s};
+            }
             p += kLzvnHeaderSize + payload;
             break;
         }
@@ -81,10 +91,12 @@ DecodeResult decodeChecked(std::uint8_t* dst, std::size_t dstCapacity, const std
             if (fse == nullptr) {
                 if (scratch == nullptr) {
                     owned.reset(new (std::nothrow) std::uint8_t[decodeScratchSize()]);
-                    if (!owned) return {0, DecodeStatus::noMemory};
+                    if (!owned) {
+                        return {0, DecodeStatus::noMemory};
+                    }
                     scratch = owned.get();
                 }
-                fse = alignedIn<FseDecoderScratch>(scratch);
+                fse = alignedScratch<FseDecoderScratch>(scratch);
             }
             if (const DecodeStatus s = decodeFseBlock(p, h, out, *fse); s != DecodeStatus::ok) {
                 return {0, s};
@@ -116,21 +128,31 @@ std::optional<std::size_t> decodedSize(const std::uint8_t* src, std::size_t srcS
     const std::uint8_t* const end = src + srcSize;
     for (;;) {
         const std::size_t available = static_cast<std::size_t>(end - p);
-        if (available < 4) return std::nullopt;
+        if (available < 4) {
+            return std::nullopt;
+        }
         switch (load32(p)) {
         case kMagicEndOfStream:
-            if (total > SIZE_MAX) return std::nullopt;
+            if (total > SIZE_MAX) {
+                return std::nullopt;
+            }
             return static_cast<std::size_t>(total);
         case kMagicRaw: {
-            if (available < kRawHeaderSize) return std::nullopt;
+            if (available < kRawHeaderSize) {
+                return std::nullopt;
+            }
             const std::size_t raw = load32(p + 4);
-            if (available - kRawHeaderSize < raw) return std::nullopt;
+            if (available - kRawHeaderSize < raw) {
+                return std::nullopt;
+            }
             total += raw;
             p += kRawHeaderSize + raw;
             break;
         }
         case kMagicLzvn: {
-            if (available < kLzvnHeaderSize) return std::nullopt;
+            if (available < kLzvnHeaderSize) {
+                return std::nullopt;
+            }
             const std::size_t raw = load32(p + 4);
             const std::size_t payload = load32(p + 8);
             if (available - kLzvnHeaderSize < payload || raw > payload * kLzvnMaxExpansion) {

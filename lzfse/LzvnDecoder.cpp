@@ -28,23 +28,44 @@ enum class Op : std::uint8_t {
 };
 
 constexpr Op classify(unsigned b) {
-    if (b == 0x06) return Op::endOfStream;
-    if (b == 0x0e || b == 0x16) return Op::nop;
-    if ((b >= 0x70 && b < 0x80) || (b >= 0xd0 && b < 0xe0)) return Op::invalid;
-    if (b == 0xe0) return Op::largeLiteral;
-    if (b > 0xe0 && b < 0xf0) return Op::smallLiteral;
-    if (b == 0xf0) return Op::largeMatch;
-    if (b > 0xf0) return Op::smallMatch;
-    if (b >= 0xa0 && b < 0xc0) return Op::mediumDistance;
-    if ((b & 7) == 7) return Op::largeDistance;
-    if ((b & 7) == 6) return b < 0x40 ? Op::invalid : Op::previousDistance;
+    if (b == 0x06) {
+        return Op::endOfStream;
+    }
+    if (b == 0x0e || b == 0x16) {
+        return Op::nop;
+    }
+    if ((b >= 0x70 && b < 0x80) || (b >= 0xd0 && b < 0xe0)) {
+        return Op::invalid;
+    }
+    if (b == 0xe0) {
+        return Op::largeLiteral;
+    }
+    if (b > 0xe0 && b < 0xf0) {
+        return Op::smallLiteral;
+    }
+    if (b == 0xf0) {
+        return Op::largeMatch;
+    }
+    if (b > 0xf0) {
+        return Op::smallMatch;
+    }
+    if (b >= 0xa0 && b < 0xc0) {
+        return Op::mediumDistance;
+    }
+    if ((b & 7) == 7) {
+        return Op::largeDistance;
+    }
+    if ((b & 7) == 6) {
+        return b < 0x40 ? Op::invalid : Op::previousDistance;
+    }
     return Op::smallDistance;
 }
 
 constexpr std::array<Op, 256> makeOpTable() {
     std::array<Op, 256> t{};
-    for (unsigned b = 0; b < 256; ++b)
+    for (unsigned b = 0; b < 256; ++b) {
         t[b] = classify(b);
+    }
     return t;
 }
 
@@ -61,7 +82,9 @@ DecodeStatus decodeLzvn(const std::uint8_t* payload, std::size_t payloadBytes, s
     std::size_t distance = 0; // none yet
 
     for (;;) {
-        if (p == end) return DecodeStatus::corrupt; // no end-of-stream instruction
+        if (p == end) {
+            return DecodeStatus::corrupt; // no end-of-stream instruction
+        }
         const unsigned op = *p;
         const std::size_t left = static_cast<std::size_t>(end - p);
         std::size_t length = 1; // of the instruction, before its literal
@@ -70,14 +93,18 @@ DecodeStatus decodeLzvn(const std::uint8_t* payload, std::size_t payloadBytes, s
         switch (kOps[op]) {
         case Op::smallDistance:
             length = 2;
-            if (left < length) return DecodeStatus::corrupt;
+            if (left < length) {
+                return DecodeStatus::corrupt;
+            }
             l = op >> 6;
             m = ((op >> 3) & 7) + 3;
             distance = (op & 7) << 8 | p[1];
             break;
         case Op::mediumDistance: {
             length = 3;
-            if (left < length) return DecodeStatus::corrupt;
+            if (left < length) {
+                return DecodeStatus::corrupt;
+            }
             const unsigned w = load16(p + 1);
             l = (op >> 3) & 3;
             m = ((op & 7) << 2 | (w & 3)) + 3;
@@ -86,7 +113,9 @@ DecodeStatus decodeLzvn(const std::uint8_t* payload, std::size_t payloadBytes, s
         }
         case Op::largeDistance:
             length = 3;
-            if (left < length) return DecodeStatus::corrupt;
+            if (left < length) {
+                return DecodeStatus::corrupt;
+            }
             l = op >> 6;
             m = ((op >> 3) & 7) + 3;
             distance = load16(p + 1);
@@ -100,7 +129,9 @@ DecodeStatus decodeLzvn(const std::uint8_t* payload, std::size_t payloadBytes, s
             break;
         case Op::largeMatch:
             length = 2;
-            if (left < length) return DecodeStatus::corrupt;
+            if (left < length) {
+                return DecodeStatus::corrupt;
+            }
             m = p[1] + 16u;
             break;
         case Op::smallLiteral:
@@ -108,7 +139,9 @@ DecodeStatus decodeLzvn(const std::uint8_t* payload, std::size_t payloadBytes, s
             break;
         case Op::largeLiteral:
             length = 2;
-            if (left < length) return DecodeStatus::corrupt;
+            if (left < length) {
+                return DecodeStatus::corrupt;
+            }
             l = p[1] + 16u;
             break;
         case Op::nop:
@@ -116,7 +149,9 @@ DecodeStatus decodeLzvn(const std::uint8_t* payload, std::size_t payloadBytes, s
             continue;
         case Op::endOfStream:
             // The payload must end with this instruction, the block complete.
-            if (left != 8 || dst != blockEnd) return DecodeStatus::corrupt;
+            if (left != 8 || dst != blockEnd) {
+                return DecodeStatus::corrupt;
+            }
             out.pos = dst;
             return DecodeStatus::ok;
         case Op::invalid:

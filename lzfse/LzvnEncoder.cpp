@@ -19,11 +19,14 @@ inline std::size_t commonLength(const std::uint8_t* a, const std::uint8_t* b, st
     std::size_t n = 0;
     while (n + 8 <= limit) {
         const std::uint64_t x = load64(a + n) ^ load64(b + n);
-        if (x != 0) return n + (static_cast<std::size_t>(std::countr_zero(x)) >> 3);
+        if (x != 0) {
+            return n + (static_cast<std::size_t>(std::countr_zero(x)) >> 3);
+        }
         n += 8;
     }
-    while (n < limit && a[n] == b[n])
+    while (n < limit && a[n] == b[n]) {
         ++n;
+    }
     return n;
 }
 
@@ -40,7 +43,9 @@ public:
     void literals(const std::uint8_t* p, std::size_t l) {
         while (l > 0) {
             const std::size_t n = std::min<std::size_t>(l, 271);
-            if (!room(n + (n < 16 ? 1 : 2))) return;
+            if (!room(n + (n < 16 ? 1 : 2))) {
+                return;
+            }
             if (n < 16) {
                 *out_++ = static_cast<std::uint8_t>(0xe0 | n);
             } else {
@@ -67,7 +72,9 @@ public:
         const bool repeat = d == previous_;
         const bool medium = !repeat && d >= 1536 && d < 16384 && m <= 34;
         const std::size_t opBytes = repeat ? (l == 0 ? 0 : 1) : d < 1536 ? 2 : 3;
-        if (!room(opBytes + l)) return;
+        if (!room(opBytes + l)) {
+            return;
+        }
         std::size_t first = std::min(m, 10 - 2 * l);
         const auto lBits = static_cast<unsigned>(l << 6);
         if (repeat) {
@@ -94,7 +101,9 @@ public:
         previous_ = d;
         for (m -= first; m > 0;) {
             const std::size_t n = std::min<std::size_t>(m, 271);
-            if (!room(n < 16 ? 1 : 2)) return;
+            if (!room(n < 16 ? 1 : 2)) {
+                return;
+            }
             if (n < 16) {
                 *out_++ = static_cast<std::uint8_t>(0xf0 | n);
             } else {
@@ -106,14 +115,18 @@ public:
     }
 
     void endOfStream() {
-        if (!room(8)) return;
+        if (!room(8)) {
+            return;
+        }
         store64(out_, 0x06);
         out_ += 8;
     }
 
 private:
     bool room(std::size_t bytes) {
-        if (ok_ && static_cast<std::size_t>(end_ - out_) >= bytes) return true;
+        if (ok_ && static_cast<std::size_t>(end_ - out_) >= bytes) {
+            return true;
+        }
         ok_ = false;
         return false;
     }
@@ -143,13 +156,19 @@ public:
     // literalStart.
     Match search(std::size_t pos, std::size_t literalStart, std::size_t repeat) {
         Match best;
-        if (repeat != 0 && repeat <= pos) consider(best, pos, pos - repeat, literalStart, 1);
+        if (repeat != 0 && repeat <= pos) {
+            consider(best, pos, pos - repeat, literalStart, 1);
+        }
         std::uint32_t* bucket = table_ + (std::size_t{hashPrefix(load32(src_ + pos))} * kLzvnWays);
         for (int k = 0; k < kLzvnWays; ++k) {
-            if (bucket[k] == 0) break;
+            if (bucket[k] == 0) {
+                break;
+            }
             const std::size_t ref = bucket[k] - 1;
             const std::size_t d = pos - ref;
-            if (d > kMaxDistance || d == repeat) continue;
+            if (d > kMaxDistance || d == repeat) {
+                continue;
+            }
             consider(best, pos, ref, literalStart, d < 1536 ? 2 : 3);
         }
         insert(pos);
@@ -158,15 +177,18 @@ public:
 
     void insert(std::size_t pos) {
         std::uint32_t* bucket = table_ + (std::size_t{hashPrefix(load32(src_ + pos))} * kLzvnWays);
-        for (int k = kLzvnWays - 1; k > 0; --k)
+        for (int k = kLzvnWays - 1; k > 0; --k) {
             bucket[k] = bucket[k - 1];
+        }
         bucket[0] = static_cast<std::uint32_t>(pos + 1);
     }
 
 private:
     void consider(Match& best, std::size_t pos, std::size_t ref, std::size_t literalStart, long cost) const {
         std::size_t length = commonLength(src_ + pos, src_ + ref, n_ - pos);
-        if (length < kMinMatch) return;
+        if (length < kMinMatch) {
+            return;
+        }
         // Reaching back over literals is free: they would have cost a byte each.
         std::size_t start = pos;
         while (start > literalStart && ref > 0 && src_[start - 1] == src_[ref - 1]) {
@@ -175,7 +197,9 @@ private:
             ++length;
         }
         const long gain = static_cast<long>(length) - cost;
-        if (gain > best.gain) best = Match{start, length, start - ref, gain};
+        if (gain > best.gain) {
+            best = Match{start, length, start - ref, gain};
+        }
     }
 
     const std::uint8_t* src_;
@@ -203,7 +227,9 @@ std::size_t encodeLzvn(std::uint8_t* dst, std::size_t dstCapacity, const std::ui
             // A better match one byte on wins over this one.
             while (pos + 1 < last) {
                 const Match next = searcher.search(pos + 1, literalStart, repeat);
-                if (next.gain <= best.gain) break;
+                if (next.gain <= best.gain) {
+                    break;
+                }
                 best = next;
                 ++pos;
             }

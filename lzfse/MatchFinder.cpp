@@ -25,11 +25,14 @@ inline std::size_t commonLength(const std::uint8_t* a, const std::uint8_t* b, st
     std::size_t n = 0;
     while (n + 8 <= limit) {
         const std::uint64_t x = load64(a + n) ^ load64(b + n);
-        if (x != 0) return n + (static_cast<std::size_t>(std::countr_zero(x)) >> 3);
+        if (x != 0) {
+            return n + (static_cast<std::size_t>(std::countr_zero(x)) >> 3);
+        }
         n += 8;
     }
-    while (n < limit && a[n] == b[n])
+    while (n < limit && a[n] == b[n]) {
         ++n;
+    }
     return n;
 }
 
@@ -46,7 +49,9 @@ inline int mExtraBits(std::uint32_t m) {
 
 inline int matchCost(std::uint32_t length, std::uint32_t distance, bool repeat) {
     int cost = kTripleCost + mExtraBits(length) * kUnit;
-    if (repeat) return cost + kRepeatCost;
+    if (repeat) {
+        return cost + kRepeatCost;
+    }
     return cost + kNewDistanceCost + kDClasses.extraBits[dSymbol(distance)] * kUnit;
 }
 
@@ -80,9 +85,13 @@ public:
         const std::uint32_t x = load32(src_ + pos);
         HashBucket& b = table_[hashPrefix(x, bits_)];
         for (int k = 0; k < kHashWays; ++k) {
-            if (b.prefix[k] != x) continue;
+            if (b.prefix[k] != x) {
+                continue;
+            }
             const std::size_t ref = b.pos[k];
-            if (ref >= pos || pos - ref > kMaxDValue || pos - ref == repeat_) continue;
+            if (ref >= pos || pos - ref > kMaxDValue || pos - ref == repeat_) {
+                continue;
+            }
             const auto length = static_cast<std::uint32_t>(commonLength(src_ + pos, src_ + ref, limit));
             consider(best, pos, length, static_cast<std::uint32_t>(pos - ref), false);
         }
@@ -106,10 +115,14 @@ private:
 
     void consider(Candidate& best, std::size_t pos, std::uint32_t length, std::uint32_t distance,
                   bool repeat) const {
-        if (length == 0) return;
+        if (length == 0) {
+            return;
+        }
         const int saved = literalCost(pos, length);
         const int gain = saved - matchCost(length, distance, repeat);
-        if (gain > best.gain) best = Candidate{length, distance, gain};
+        if (gain > best.gain) {
+            best = Candidate{length, distance, gain};
+        }
     }
 
     // What the bytes would cost as literals. Past the first few, a match
@@ -118,8 +131,9 @@ private:
         constexpr std::uint32_t kCounted = 16;
         const std::uint32_t counted = std::min(length, kCounted);
         int sum = 0;
-        for (std::uint32_t i = 0; i < counted; ++i)
+        for (std::uint32_t i = 0; i < counted; ++i) {
             sum += costs_[src_[pos + i]];
+        }
         return sum + static_cast<int>(length - counted) * kUnit;
     }
 
@@ -134,8 +148,9 @@ private:
 // The literal cost of each byte value, from its frequency in [start, end).
 void literalCosts(const std::uint8_t* src, std::size_t start, std::size_t end, std::uint16_t* cost) {
     std::uint32_t counts[256] = {};
-    for (std::size_t i = start; i < end; ++i)
+    for (std::size_t i = start; i < end; ++i) {
         ++counts[src[i]];
+    }
     const double total = static_cast<double>(end - start);
     for (int b = 0; b < 256; ++b) {
         cost[b] = counts[b] == 0
@@ -148,7 +163,9 @@ double entropyBits(const std::uint32_t* counts, int symbols) {
     double total = 0;
     double sum = 0;
     for (int s = 0; s < symbols; ++s) {
-        if (counts[s] == 0) continue;
+        if (counts[s] == 0) {
+            continue;
+        }
         total += counts[s];
         sum += counts[s] * std::log2(static_cast<double>(counts[s]));
     }
@@ -194,7 +211,9 @@ std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t sta
         // One step of lookahead: a better match starting at the next byte wins.
         while (pos + 1 < last) {
             const Candidate next = parser.search(pos + 1);
-            if (next.gain <= best.gain) break;
+            if (next.gain <= best.gain) {
+                break;
+            }
             best = next;
             ++pos;
         }
@@ -214,12 +233,14 @@ std::size_t parseSegment(const std::uint8_t* src, std::size_t n, std::size_t sta
         const std::size_t insertEnd = std::min(matchEnd, last);
         std::size_t p = pos + 2;
         if (insertEnd > p + 32) {
-            for (const std::size_t stop = p + 16; p < stop; ++p)
+            for (const std::size_t stop = p + 16; p < stop; ++p) {
                 parser.insert(p);
+            }
             p = insertEnd - 16;
         }
-        for (; p < insertEnd; ++p)
+        for (; p < insertEnd; ++p) {
             parser.insert(p);
+        }
         pos = matchEnd;
         literalStart = matchEnd;
     }
@@ -247,7 +268,9 @@ std::uint32_t periodicPhases(const std::uint8_t* src, std::size_t start, const S
     // A phase qualifies when at least a third of its carvable bytes repeat.
     std::uint32_t phases = 0;
     for (std::uint32_t p = 0; p < kCarvePeriod; ++p) {
-        if (3 * kCarvePeriod * std::size_t{equal[p]} > carvable) phases |= 1u << p;
+        if (3 * kCarvePeriod * std::size_t{equal[p]} > carvable) {
+            phases |= 1u << p;
+        }
     }
     return phases;
 }
@@ -269,8 +292,9 @@ std::size_t carvePeriodic(const std::uint8_t* src, std::size_t start, std::size_
                 continue;
             }
             std::size_t j = i + 1;
-            while (j < runEnd && src[j] == src[j - period])
+            while (j < runEnd && src[j] == src[j - period]) {
                 ++j;
+            }
             out[written++] =
                 Sequence{static_cast<std::uint32_t>(i - runStart), static_cast<std::uint32_t>(j - i), period};
             runStart = j;
@@ -284,7 +308,9 @@ std::size_t carvePeriodic(const std::uint8_t* src, std::size_t start, std::size_
         }
         pos += s.literals + s.length;
     }
-    if (runStart < end) out[written++] = Sequence{static_cast<std::uint32_t>(end - runStart), 0, 0};
+    if (runStart < end) {
+        out[written++] = Sequence{static_cast<std::uint32_t>(end - runStart), 0, 0};
+    }
     return written;
 }
 
@@ -298,14 +324,17 @@ double estimateBits(const std::uint8_t* src, std::size_t start, const Sequence* 
     std::size_t pos = start;
     for (std::size_t k = 0; k < count; ++k) {
         const Sequence& s = seqs[k];
-        for (std::size_t i = pos; i < pos + s.literals; ++i)
+        for (std::size_t i = pos; i < pos + s.literals; ++i) {
             ++literals[src[i]];
+        }
         // Long runs and matches take several triples; counting one is close
         // enough to compare two ways of parsing the same bytes.
         const std::uint32_t lv = std::min(s.literals, kMaxLValue);
         const std::uint32_t mv = std::min(s.length, kMaxMValue);
         const std::uint32_t dv = s.length == 0 || s.distance == previous ? 0 : s.distance;
-        if (s.length != 0) previous = s.distance;
+        if (s.length != 0) {
+            previous = s.distance;
+        }
         const int ls = lSymbol(lv);
         const int ms = mSymbol(mv);
         const int ds = dSymbol(dv);
@@ -316,8 +345,9 @@ double estimateBits(const std::uint8_t* src, std::size_t start, const Sequence* 
         pos += s.literals + s.length;
     }
     int usedLiterals = 0;
-    for (std::uint32_t c : literals)
+    for (std::uint32_t c : literals) {
         usedLiterals += c != 0;
+    }
     // The header's lists cost a few bits per used symbol.
     const double tables = 6.0 * usedLiterals;
     return entropyBits(literals, kLiteralSymbols) + entropyBits(l, kLSymbols) + entropyBits(m, kMSymbols) +

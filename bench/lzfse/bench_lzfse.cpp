@@ -150,11 +150,13 @@ void encodeBench(benchmark::State& state, const std::string& tile, MakeCodec mak
     auto codec = make();
     Bytes packed(codec->bound(raw.size()));
     size_t n = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         n = codec->encode(packed.data(), packed.size(), raw.data(), raw.size());
         benchmark::DoNotOptimize(packed.data());
     }
-    if (n == 0 || raw.empty()) state.SkipWithError("encoding failed");
+    if (n == 0 || raw.empty()) {
+        state.SkipWithError("encoding failed");
+    }
     report(state, raw, n);
 }
 
@@ -165,11 +167,13 @@ void decodeBench(benchmark::State& state, const std::string& tile, MakeCodec mak
     packed.resize(codec->encode(packed.data(), packed.size(), raw.data(), raw.size()));
     Bytes out(raw.size());
     size_t n = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         n = codec->decode(out.data(), out.size(), packed.data(), packed.size());
         benchmark::DoNotOptimize(out.data());
     }
-    if (n != raw.size() || out != raw) state.SkipWithError("decoding failed");
+    if (n != raw.size() || out != raw) {
+        state.SkipWithError("decoding failed");
+    }
     report(state, raw, packed.size());
 }
 

@@ -37,9 +37,13 @@ bool readFile(const char* path, std::vector<std::uint8_t>& data, std::string& er
     std::uint8_t buffer[1 << 16];
     for (;;) {
         const ssize_t got = ::read(fd, buffer, sizeof buffer);
-        if (got == 0) break;
+        if (got == 0) {
+            break;
+        }
         if (got < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR) {
+                continue;
+            }
             error = errnoText(std::string("cannot read ") + path);
             ::close(fd);
             return false;
@@ -54,7 +58,9 @@ bool writeAll(int fd, const std::uint8_t* p, std::size_t n) {
     while (n > 0) {
         const ssize_t put = ::write(fd, p, n);
         if (put < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR) {
+                continue;
+            }
             return false;
         }
         p += put;
@@ -75,7 +81,9 @@ bool writeFileAtomically(const std::string& path, const std::uint8_t* p, std::si
     const mode_t mask = ::umask(0);
     ::umask(mask);
     bool ok = ::fchmod(fd, 0666 & ~mask) == 0 && writeAll(fd, p, n) && ::fsync(fd) == 0;
-    if (!ok) error = errnoText("cannot write " + temp);
+    if (!ok) {
+        error = errnoText("cannot write " + temp);
+    }
     if (::close(fd) != 0 && ok) {
         ok = false;
         error = errnoText("cannot write " + temp);
@@ -84,7 +92,9 @@ bool writeFileAtomically(const std::string& path, const std::uint8_t* p, std::si
         ok = false;
         error = errnoText("cannot rename " + temp + " to " + path);
     }
-    if (!ok) ::unlink(temp.c_str());
+    if (!ok) {
+        ::unlink(temp.c_str());
+    }
     return ok;
 }
 
@@ -115,27 +125,39 @@ int main(int argc, char** argv) {
     const bool encoding = std::strcmp(argv[1], "encode") == 0;
     std::vector<std::uint8_t> in;
     std::string error;
-    if (!readFile(argv[2], in, error)) return fail(error);
+    if (!readFile(argv[2], in, error)) {
+        return fail(error);
+    }
 
     std::vector<std::uint8_t> out;
     try {
         if (encoding) {
             out.resize(korv::lzfse::encodeBound(in.size()));
             const std::size_t size = korv::lzfse::encode(out.data(), out.size(), in.data(), in.size());
-            if (size == 0) return fail("cannot compress " + std::string(argv[2]));
+            if (size == 0) {
+                return fail("cannot compress " + std::string(argv[2]));
+            }
             out.resize(size);
         } else {
             const auto announced = korv::lzfse::decodedSize(in.data(), in.size());
-            if (!announced) return fail(std::string(argv[2]) + " is not a whole LZFSE stream");
-            if (*announced > kMaxDecodedBytes) return fail(std::string(argv[2]) + " is too large");
+            if (!announced) {
+                return fail(std::string(argv[2]) + " is not a whole LZFSE stream");
+            }
+            if (*announced > kMaxDecodedBytes) {
+                return fail(std::string(argv[2]) + " is too large");
+            }
             out.resize(*announced);
             const auto r = korv::lzfse::decodeChecked(out.data(), out.size(), in.data(), in.size());
-            if (!r.ok()) return fail(std::string(argv[2]) + ": " + statusText(r.status));
+            if (!r.ok()) {
+                return fail(std::string(argv[2]) + ": " + statusText(r.status));
+            }
             out.resize(r.size);
         }
     } catch (const std::bad_alloc&) {
         return fail("out of memory");
     }
-    if (!writeFileAtomically(argv[3], out.data(), out.size(), error)) return fail(error);
+    if (!writeFileAtomically(argv[3], out.data(), out.size(), error)) {
+        return fail(error);
+    }
     return 0;
 }

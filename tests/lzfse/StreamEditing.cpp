@@ -47,10 +47,18 @@ private:
 };
 
 std::uint16_t takeFrequency(BitCursor& c) {
-    if (c.take(1) == 0) return static_cast<std::uint16_t>(c.take(1));
-    if (c.take(1) == 0) return static_cast<std::uint16_t>(2 + c.take(1));
-    if (c.take(1) == 0) return static_cast<std::uint16_t>(4 + c.take(2));
-    if (c.take(1) == 0) return static_cast<std::uint16_t>(8 + c.take(4));
+    if (c.take(1) == 0) {
+        return static_cast<std::uint16_t>(c.take(1));
+    }
+    if (c.take(1) == 0) {
+        return static_cast<std::uint16_t>(2 + c.take(1));
+    }
+    if (c.take(1) == 0) {
+        return static_cast<std::uint16_t>(4 + c.take(2));
+    }
+    if (c.take(1) == 0) {
+        return static_cast<std::uint16_t>(8 + c.take(4));
+    }
     return static_cast<std::uint16_t>(24 + c.take(10));
 }
 
@@ -128,7 +136,9 @@ std::vector<Block> walkBlocks(const Bytes& stream) {
             break;
         }
         blocks.push_back(b);
-        if (b.magic == magicOf("bvx$") || p + b.size > stream.size()) break;
+        if (b.magic == magicOf("bvx$") || p + b.size > stream.size()) {
+            break;
+        }
         p += b.size;
     }
     return blocks;
@@ -159,16 +169,18 @@ Bytes withV1Headers(const Bytes& stream) {
         put32(h, 20, literalPayload);
         put32(h, 24, lmdPayload);
         put32(h, 28, static_cast<std::uint32_t>(static_cast<int>(bits(w0, 60, 3)) - 7));
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 4; ++i) {
             put16(h, 32 + 2 * i, static_cast<std::uint16_t>(bits(w1, 10 * i, 10)));
+        }
         put32(h, 40, static_cast<std::uint32_t>(static_cast<int>(bits(w1, 60, 3)) - 7));
         put16(h, 44, static_cast<std::uint16_t>(bits(w2, 32, 10)));
         put16(h, 46, static_cast<std::uint16_t>(bits(w2, 42, 10)));
         put16(h, 48, static_cast<std::uint16_t>(bits(w2, 52, 10)));
         if (headerBytes > 32) {
             BitCursor c(stream.data() + p + 32, headerBytes - 32);
-            for (int i = 0; i < 360; ++i)
+            for (int i = 0; i < 360; ++i) {
                 put16(h, 50 + 2 * i, takeFrequency(c));
+            }
         }
         out.insert(out.end(), h.begin(), h.end());
         const auto payload = first + headerBytes;

@@ -17,31 +17,38 @@ using test::Bytes;
 Bytes makeInput(const std::string& kind, std::size_t n, std::uint32_t seed) {
     std::mt19937 rng(seed);
     Bytes b(n);
-    if (kind == "zeros") return b;
+    if (kind == "zeros") {
+        return b;
+    }
     if (kind == "noise") {
-        for (auto& x : b)
+        for (auto& x : b) {
             x = static_cast<std::uint8_t>(rng());
+        }
     } else if (kind == "words") {
         const char* words[] = {"tile ", "layer ", "mask ", "pixel ", "alpha ", "blend ", "curve "};
         std::size_t i = 0;
         while (i < n) {
-            for (const char* c = words[rng() % 7]; *c != 0 && i < n; ++c)
+            for (const char* c = words[rng() % 7]; *c != 0 && i < n; ++c) {
                 b[i++] = static_cast<std::uint8_t>(*c);
+            }
         }
     } else if (kind == "opaque-pixels") {
-        for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t i = 0; i < n; ++i) {
             b[i] = i % 4 == 3 ? 255 : static_cast<std::uint8_t>(96 + rng() % 64);
+        }
     } else if (kind == "noise-then-repeats") {
         // Random runs longer than a triple's literals, then a stretch repeated
         // far longer than a triple's match.
-        for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t i = 0; i < n; ++i) {
             b[i] = i < n / 3 ? static_cast<std::uint8_t>(rng()) : b[i % 977];
+        }
     } else if (kind == "flawed-pixels") {
         // One pixel repeated, a byte now and then changed: matches that
         // reach back over literals to an earlier start.
         const std::uint8_t pixel[4] = {0xc8, 0x78, 0x28, 0xff};
-        for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t i = 0; i < n; ++i) {
             b[i] = rng() % 300 == 0 ? static_cast<std::uint8_t>(rng()) : pixel[i % 4];
+        }
     } else if (kind == "mixed") {
         for (std::size_t i = 0; i < n; ++i) {
             const std::size_t region = (i / 5000) % 3;
@@ -70,7 +77,9 @@ TEST(Encoder, RoundTripsEveryKindAndSize) {
             // Limits other decoders size their buffers for: the reference one also
             // loads a whole word from the start of each L, M, D stream.
             for (const test::Block& b : test::walkBlocks(stream)) {
-                if (b.magic != test::magicOf("bvx2")) continue;
+                if (b.magic != test::magicOf("bvx2")) {
+                    continue;
+                }
                 EXPECT_LE(b.matches, 10000u);
                 EXPECT_LE(b.literals, 40000u);
                 EXPECT_EQ(b.literals % 4, 0u);
@@ -107,8 +116,9 @@ TEST(Encoder, NeverWritesPastItsCapacity) {
              {std::size_t{0}, std::size_t{3}, std::size_t{40}, full / 2, full - 1, full}) {
             Bytes out(capacity + 64, 0x5a);
             const std::size_t n = encode(out.data(), capacity, raw.data(), raw.size());
-            for (std::size_t i = capacity; i < out.size(); ++i)
+            for (std::size_t i = capacity; i < out.size(); ++i) {
                 ASSERT_EQ(out[i], 0x5a) << name;
+            }
             if (capacity >= full) {
                 ASSERT_EQ(n, full) << name;
             } else if (n != 0) {
@@ -165,8 +175,9 @@ TEST(Fse, NormalizedFrequenciesFillTheTableAndKeepEveryUsedSymbol) {
 TEST(Fse, DecoderTableInvertsEncoderTable) {
     std::mt19937 rng(11);
     std::vector<std::uint32_t> counts(256);
-    for (int s = 0; s < 256; ++s)
+    for (int s = 0; s < 256; ++s) {
         counts[s] = s < 3 ? 20000 : rng() % 4 == 0 ? 0 : 1 + rng() % 50;
+    }
     std::uint16_t freq[256];
     detail::normalizeCounts(counts.data(), 256, 1024, freq);
     detail::EncoderEntry encoder[256];
@@ -177,9 +188,9 @@ TEST(Fse, DecoderTableInvertsEncoderTable) {
     std::vector<std::uint8_t> symbols;
     for (int i = 0; i < 5000; ++i) {
         std::uint8_t s;
-        do
+        do {
             s = static_cast<std::uint8_t>(rng() % 256);
-        while (freq[s] == 0);
+        } while (freq[s] == 0);
         symbols.push_back(s);
     }
     // Eight zero bytes first, as in an L, M, D stream: the reader refills a

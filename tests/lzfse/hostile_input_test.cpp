@@ -37,8 +37,9 @@ const Bytes kEnd = {0x06, 0, 0, 0, 0, 0, 0, 0};
 
 Bytes concat(std::initializer_list<Bytes> parts) {
     Bytes all;
-    for (const Bytes& p : parts)
+    for (const Bytes& p : parts) {
         append(all, p);
+    }
     return all;
 }
 
@@ -57,8 +58,9 @@ TEST(Lzvn, DecodesEveryInstructionKind) {
     });
     std::string expected = "abcdefghijklmnop";
     auto copy = [&](std::size_t d, std::size_t m) {
-        for (std::size_t i = 0; i < m; ++i)
+        for (std::size_t i = 0; i < m; ++i) {
             expected += expected[expected.size() - d];
+        }
     };
     expected += 'q';
     copy(16, 4);
