@@ -22,9 +22,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t room = announced && *announced <= kMaxRoom ? *announced : kMaxRoom;
     for (std::size_t capacity : {room, kSmallRoom}) {
         const auto r = korv::lzfse::decodeChecked(out.data(), capacity, data, size, scratch.data());
-        if (r.ok() && r.size > capacity) std::abort();
+        if (r.ok() && r.size > capacity) {
+            std::abort();
+        }
         // A stream that decodes in full produced what its headers announced.
-        if (r.ok() && (!announced || r.size != *announced)) std::abort();
+        if (r.ok() && (!announced || r.size != *announced)) {
+            std::abort();
+        }
     }
     return 0;
 }
