@@ -107,11 +107,13 @@ struct HueSaturation {
         const float l = (mx + mn) * 0.5f;
         const float d = mx - mn;
         const bool spread = mx != mn;
-        const float s = selectFloat(l > 0.5f, d / (2.0f - mx - mn), d / (mx + mn));
-        const float fromR = (g - b) / d;
-        const float h6 = selectFloat(mx == r, selectFloat(g < b, fromR + 6.0f, fromR),
-                                     selectFloat(mx == g, (b - r) / d + 2.0f, (r - g) / d + 4.0f));
-        const float h = selectFloat(spread, h6 / 6.0f, 0.0f);
+        // Operands are chosen before dividing, so each case costs one division, not three.
+        const float s = d / selectFloat(l > 0.5f, 2.0f - mx - mn, mx + mn);
+        const bool fromR = mx == r, fromG = !fromR & (mx == g);
+        const float sector = selectFloat(fromR, g - b, selectFloat(fromG, b - r, r - g)) / d;
+        const float offset =
+            selectFloat(fromR, selectFloat(g < b, 6.0f, 0.0f), selectFloat(fromG, 2.0f, 4.0f));
+        const float h = selectFloat(spread, (sector + offset) / 6.0f, 0.0f);
         float x = h + k.hue;
         x = x - floorOf(x);
         const float s2 = k.saturation * selectFloat(spread, s, 0.0f);
