@@ -6,10 +6,13 @@
 #include "engine/render/BlendMode.h"
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <vector>
 
 namespace korv {
+
+class AdjustmentProgram;
 
 struct PlanNode {
     StudioLayerKind kind = StudioLayerKind::pixel;
@@ -20,7 +23,9 @@ struct PlanNode {
     bool clipping = false; // corrected once the siblings are known
     std::optional<TileSet> raster;
     std::optional<TileSet> mask; // only when the mask is enabled
-    std::optional<TileSet> under; // effects drawn below the layer's own pixels
+    // Compiled once per plan and shared by every tile that renders it.
+    std::shared_ptr<const AdjustmentProgram> program;
+    std::optional<TileSet> under;                // effects drawn below the layer's own pixels
     std::optional<std::array<float, 4>> overlay; // r, g, b, strength
     std::vector<PlanNode> children;
 };

@@ -4,6 +4,7 @@
 #include "engine/core/ParallelFor.h"
 #include "engine/document/RecordCoding.h"
 #include "engine/document/StudioDocument.h"
+#include "engine/render/AdjustmentProgram.h"
 #include "engine/render/Compositor.h"
 #include "engine/render/PixelMath.h"
 #include "engine/render/TileLoops.h"
@@ -130,6 +131,89 @@ void blendSpan(float* dst, const float* src, int64_t pixels, float opacity, Blen
     Compositor::blendSpan(dst, src, pixels, opacity, mode, atop, accEmpty);
 }
 
+// An adjustment works through its span in chunks small enough that the
+// colours before and after stay in the first-level cache.
+constexpr int64_t kAdjustChunk = 256;
+
+// Straight colours of a chunk, and the share w of the change that each pixel
+// takes. A pixel that stays (no alpha, or nothing let through) gets w = 0 and
+// the colour 0, so neither inf nor NaN reaches the program.
+template <bool Masked>
+KORV_PIXEL_LOOP void adjustInputs(const float* px, const uint8_t* mask, float o, int64_t count,
+                                  float* __restrict r, float* __restrict g, float* __restrict b,
+                                  float* __restrict w) {
+    for (int64_t i = 0; i < count; ++i) {
+        const float* p = px + i * 4;
+        const float a = p[3];
+        float share = o;
+        if constexpr (Masked) share = o * float(255 - mask[i * 4 + 3]) / 255.0f;
+        const bool on = (a > 0.0001f) & (share > 0.0f);
+        const float sr = p[0] / a, sg = p[1] / a, sb = p[2] / a;
+        w[i] = selectFloat(on, share, 0.0f);
+        r[i] = selectFloat(on, sr < 1.0f ? sr : 1.0f, 0.0f);
+        g[i] = selectFloat(on, sg < 1.0f ? sg : 1.0f, 0.0f);
+        b[i] = selectFloat(on, sb < 1.0f ? sb : 1.0f, 0.0f);
+    }
+}
+
+// Each colour moves by its share from before to after; alpha is not written.
+KORV_PIXEL_LOOP void adjustOutputs(float* __restrict px, int64_t count, const float* __restrict w,
+                                   const float* __restrict r, const float* __restrict g,
+                                   const float* __restrict b, const float* __restrict r2,
+                                   const float* __restrict g2, const float* __restrict b2) {
+    for (int64_t i = 0; i < count; ++i) {
+        float* p = px + i * 4;
+        const float a = p[3];
+        const bool on = w[i] > 0.0f;
+        p[0] = selectFloat(on, a * (r[i] + w[i] * (r2[i] - r[i])), p[0]);
+        p[1] = selectFloat(on, a * (g[i] + w[i] * (g2[i] - g[i])), p[1]);
+        p[2] = selectFloat(on, a * (b[i] + w[i] * (b2[i] - b[i])), p[2]);
+    }
+}
+
+// The adjusted colours blended in the layer's mode onto the colours before.
+// Both go in opaque, where the compositing of a span reduces to the mode's
+// formula on straight colours, so the mode is chosen once per chunk.
+void blendAdjusted(BlendMode mode, const float* const before[3], float* const after[3], int64_t count) {
+    alignas(64) float backdrop[kAdjustChunk * 4], source[kAdjustChunk * 4];
+    for (int64_t i = 0; i < count; ++i) {
+        for (int c = 0; c < 3; ++c) {
+            backdrop[i * 4 + c] = before[c][i];
+            source[i * 4 + c] = after[c][i];
+        }
+        backdrop[i * 4 + 3] = 1.0f;
+        source[i * 4 + 3] = 1.0f;
+    }
+    Compositor::blendSpan(backdrop, source, count, 1.0f, mode, false, false);
+    for (int64_t i = 0; i < count; ++i)
+        for (int c = 0; c < 3; ++c)
+            after[c][i] = backdrop[i * 4 + c];
+}
+
+void adjustSpan(const PlanNode& node, const Span& s, float* buffer) {
+    if (!node.program || !(node.opacity > 0.0f)) return;
+    const AdjustmentProgram& program = *node.program;
+    const Tile* mask = tileOf(node.mask, s.tile);
+    alignas(64) float planes[7][kAdjustChunk];
+    float* const before[3] = {planes[0], planes[1], planes[2]};
+    float* const after[3] = {planes[3], planes[4], planes[5]};
+    float* const share = planes[6];
+    for (int64_t first = 0; first < s.count; first += kAdjustChunk) {
+        const int64_t n = std::min(kAdjustChunk, s.count - first);
+        float* px = buffer + first * 4;
+        if (mask)
+            adjustInputs<true>(px, mask->pixels() + (s.first + first) * 4, node.opacity, n, before[0],
+                               before[1], before[2], share);
+        else
+            adjustInputs<false>(px, nullptr, node.opacity, n, before[0], before[1], before[2], share);
+        for (int c = 0; c < 3; ++c)
+            std::memcpy(after[c], before[c], size_t(n) * sizeof(float));
+        program.apply(after[0], after[1], after[2], n);
+        if (node.mode != BlendMode::normal) blendAdjusted(node.mode, before, after, n);
+        adjustOutputs(px, n, share, before[0], before[1], before[2], after[0], after[1], after[2]);
+    }
+}
+
 bool renderNodesSpan(const RenderPlan& nodes, const Span& s, float* acc) {
     WorkBuffer layerBuffer;
     std::optional<WorkBuffer> clipBuffer;
@@ -145,13 +229,18 @@ bool renderNodesSpan(const RenderPlan& nodes, const Span& s, float* acc) {
         i = runEnd;
         if (!base.visible) continue;
         if (base.kind == StudioLayerKind::adjustment) {
-            // Adjustments need something below them; their programs arrive with the adjustment layers.
+            // With nothing below, there is nothing to change. The plan gave it no run.
+            if (!accEmpty) adjustSpan(base, s, acc);
             continue;
         }
         if (!contentSpan(base, s, layer)) continue;
         for (size_t r = runStart; r < runEnd; ++r) {
             const PlanNode& node = nodes[r];
-            if (!node.visible || node.kind == StudioLayerKind::adjustment) continue;
+            if (!node.visible) continue;
+            if (node.kind == StudioLayerKind::adjustment) {
+                adjustSpan(node, s, layer);
+                continue;
+            }
             if (!clipBuffer) clipBuffer.emplace();
             if (contentSpan(node, s, clipBuffer->get()))
                 blendSpan(layer, clipBuffer->get(), s.count, node.opacity, node.mode, true, false);
@@ -232,6 +321,7 @@ RenderPlan plan(const std::vector<StudioLayer>& layers, const TileGrid& grid, Re
             node.overlay = std::array<float, 4>{float(fx.overlayColor.r), float(fx.overlayColor.g),
                                                 float(fx.overlayColor.b), float(fx.overlayOpacity)};
         if (layer.maskEnabled) node.mask = layer.mask;
+        if (layer.adjustment) node.program = std::make_shared<const AdjustmentProgram>(*layer.adjustment);
         if (layer.isGroup()) node.children = plan(layer.children, grid, cache);
         nodes.push_back(std::move(node));
     }
@@ -249,6 +339,10 @@ bool renderNodes(const RenderPlan& nodes, int64_t tile, float* acc) {
 }
 
 bool content(const PlanNode& node, int64_t tile, float* out) { return contentSpan(node, fullTile(tile), out); }
+
+void adjust(const PlanNode& node, int64_t tile, float* buffer) {
+    adjustSpan(node, fullTile(tile), buffer);
+}
 
 void blend(float* dst, const float* src, float opacity, BlendMode mode, bool atop, bool accEmpty) {
     blendSpan(dst, src, kTilePixels, opacity, mode, atop, accEmpty);
