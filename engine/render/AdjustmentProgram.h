@@ -77,13 +77,4 @@ private:
     std::array<float, 256 * 3> gradientFlat_{};
 };
 
-struct PlanNode;
-
-namespace StudioRenderer {
-// Runs an adjustment node on a working buffer of one tile: opacity, mask and
-// blend mode act on the mix between each colour and its adjusted colour, and
-// alpha never changes. Defined with the renderer.
-void adjust(const PlanNode& node, int64_t tile, float* buffer);
-} // namespace StudioRenderer
-
 } // namespace korv

@@ -40,6 +40,10 @@ bool content(const PlanNode& node, int64_t tile, float* out);
 // Blends a working buffer onto another with an opacity and a mode; atop keeps
 // the source inside the destination's alpha (clipping).
 void blend(float* dst, const float* src, float opacity, BlendMode mode, bool atop, bool accEmpty);
+// Runs an adjustment node on a working buffer of one tile: opacity, mask and
+// blend mode act on the mix between each colour and its adjusted colour, and
+// alpha never changes.
+void adjust(const PlanNode& node, int64_t tile, float* buffer);
 // Renders one tile to 262144 bytes of premultiplied RGBA.
 void renderTile(int64_t tile, const RenderPlan& plan, uint8_t* out);
 

@@ -1,5 +1,5 @@
 #include "TestLayers.h"
-#include "engine/formats/PngCodec.h"
+#include "engine/formats/ImageExport.h"
 #include "engine/render/AdjustmentProgram.h"
 #include "engine/render/StudioRenderer.h"
 
@@ -308,7 +308,7 @@ TEST(Adjustments, PhotoGoldens) {
         const RGBABufferPtr out = flatten(w, h, {pictureLayer(*photo), adjustmentLayer(spec)});
         const std::string path = kDataDir + std::string(toString(spec.type)) + ".png";
         if (update) {
-            const std::vector<uint8_t> bytes = encodePNG(*out, 72.0, 9);
+            const std::vector<uint8_t> bytes = ImageExport::pngData(out, 72.0).value();
             std::ofstream(path, std::ios::binary)
                 .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
         }
