@@ -57,7 +57,8 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
 void CanvasView::showSession(DocSession& session) {
     session_ = &session;
     rebuildTiles();
-    if (session.needsFit) fit();
+    // A hidden view has no size of its own yet: the fit waits for the first showing.
+    if (session.needsFit && isVisible()) fit();
     applyViewTransform();
 }
 
@@ -81,15 +82,11 @@ void CanvasView::rebuildTiles() {
     StudioDocument& doc = *session_->doc;
     for (int64_t i = 0; i < doc.grid.count(); ++i) {
         auto* item = new QGraphicsPixmapItem(docItem_);
-        const IRect r = doc.grid.rect(i);
-        item->setPos(double(r.x), double(r.y));
         item->setShapeMode(QGraphicsPixmapItem::BoundingRectShape);
         tiles_.push_back(item);
     }
-    const QRectF page(0, 0, double(doc.width()), double(doc.height()));
-    checker_->setRect(page);
-    shadow_->setRect(page.translated(0, 5).adjusted(-4, -4, 4, 4));
     docItem_->setVisible(true);
+    applyViewTransform();
     doc.markAllDirty();
     flush();
 }
@@ -104,12 +101,10 @@ void CanvasView::flush() {
     const auto dirty = doc.takeDirtyTiles();
     if (dirty.empty()) return;
     const auto images = StudioRenderer::tileImages(doc, dirty);
-    const auto mode = session_->zoom < 1 ? Qt::SmoothTransformation : Qt::FastTransformation;
     for (int64_t index : dirty) {
         if (index < 0 || index >= int64_t(tiles_.size())) continue;
         auto it = images.find(index);
         auto* item = tiles_[size_t(index)];
-        item->setTransformationMode(mode);
         item->setPixmap(it != images.end() && it->second ? tilePixmap(*it->second) : QPixmap());
     }
 }
@@ -126,14 +121,31 @@ QTransform CanvasView::viewTransform() const {
 void CanvasView::applyViewTransform() {
     scene_.setSceneRect(0, 0, viewport()->width(), viewport()->height());
     if (!session_) return;
-    docItem_->setTransform(viewTransform());
+    const QTransform t = viewTransform();
+    // Tiles are placed in whole view pixels: each edge is rounded once, so
+    // neighbours share it exactly and no seam shows between them at any zoom.
+    auto snapped = [&](const IRect& r) {
+        const QPointF a = t.map(QPointF(double(r.x), double(r.y)));
+        const QPointF b = t.map(QPointF(double(r.maxX()), double(r.maxY())));
+        return QRectF(QPointF(std::round(a.x()), std::round(a.y())),
+                      QPointF(std::round(b.x()), std::round(b.y())));
+    };
+    const StudioDocument& doc = *session_->doc;
+    const QRectF page = snapped(doc.grid.bounds());
+    checker_->setRect(page);
+    shadow_->setRect(page.translated(0, 5).adjusted(-4, -4, 4, 4));
     // The checker's cells keep their size on screen whatever the zoom.
     QBrush brush(checkerPixmap(std::max(2, int(model_.prefs.checkerSize))));
-    brush.setTransform(QTransform::fromScale(1 / session_->zoom, 1 / session_->zoom));
+    brush.setTransform(QTransform::fromTranslate(page.x(), page.y()));
     checker_->setBrush(brush);
     const auto mode = session_->zoom < 1 ? Qt::SmoothTransformation : Qt::FastTransformation;
-    for (auto* item : tiles_)
-        item->setTransformationMode(mode);
+    for (size_t i = 0; i < tiles_.size(); ++i) {
+        const IRect r = doc.grid.rect(int64_t(i));
+        const QRectF target = snapped(r);
+        tiles_[i]->setTransform(QTransform(target.width() / double(r.w), 0, 0, target.height() / double(r.h),
+                                           target.x(), target.y()));
+        tiles_[i]->setTransformationMode(mode);
+    }
 }
 
 void CanvasView::fit() {
@@ -178,6 +190,12 @@ void CanvasView::zoomStep(bool in, std::optional<QPointF> around) {
 
 void CanvasView::resizeEvent(QResizeEvent* event) {
     QGraphicsView::resizeEvent(event);
+    if (session_ && session_->needsFit && isVisible()) fit();
+    applyViewTransform();
+}
+
+void CanvasView::showEvent(QShowEvent* event) {
+    QGraphicsView::showEvent(event);
     if (session_ && session_->needsFit) fit();
     applyViewTransform();
 }

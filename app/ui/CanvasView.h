@@ -1,6 +1,6 @@
 #pragma once
-// Shows the current document: one pixmap item per grid tile under a parent
-// item that carries the view transform, over a checker for transparency.
+// Shows the current document: one pixmap item per grid tile, each placed by
+// the view transform, over a checker for transparency.
 // Only dirty tiles are rendered and swapped. Wheel zooms around the pointer,
 // a drag pans.
 #include "app/model/StudioModel.h"
@@ -31,6 +31,7 @@ public:
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    void showEvent(QShowEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;

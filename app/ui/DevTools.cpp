@@ -15,6 +15,7 @@
 #include <QTemporaryDir>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 
 namespace korv {
 namespace {
@@ -78,11 +79,15 @@ int runSelfTest() {
         window.show();
         settle();
         const QImage shot = window.canvas().grab().toImage();
+        if (const char* keep = std::getenv("KORV_SELFTEST_SHOT")) shot.save(keep);
         const QColor centre = shot.pixelColor(shot.width() / 2, shot.height() / 2);
         const auto pixel = sample->flattened()->pixel(320, 200);
         passed &= check(std::abs(centre.red() - pixel[0]) <= 8 && std::abs(centre.green() - pixel[1]) <= 8 &&
                             std::abs(centre.blue() - pixel[2]) <= 8,
                         "the canvas shows the picture");
+        if (!passed)
+            std::printf("     canvas %d,%d,%d, picture %d,%d,%d (%dx%d)\n", centre.red(), centre.green(),
+                        centre.blue(), pixel[0], pixel[1], pixel[2], shot.width(), shot.height());
     }
     AppFolders::setBaseOverride(std::nullopt);
     std::printf("%s\n", passed ? "selftest passed" : "selftest FAILED");

@@ -58,6 +58,7 @@ MainWindow::MainWindow(StudioModel& model, QtHost& host)
     busyOverlay_->hide();
 
     model_.canvas = canvas_;
+    if (auto* session = model_.current()) canvas_->showSession(*session);
     host_.setWindow(this);
     buildMenus();
     observer_ = model_.observe([this] { sync(); });

@@ -4,6 +4,7 @@
 #include "app/model/StudioModel.h"
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/ImageExport.h"
+#include "engine/formats/ImageImport.h"
 #include "engine/formats/StudioFile.h"
 
 #include <csignal>
@@ -262,7 +263,8 @@ TEST_F(ModelTest, UndoAndRedoNameTheStepAndNotify) {
     edit(model);
     model.undo();
     EXPECT_EQ(model.status, "Undo Place Dot");
-    EXPECT_FALSE(model.current()->isDirty());
+    EXPECT_EQ(model.doc()->layers.size(), 1u);
+    EXPECT_TRUE(model.current()->isDirty()) << "an undo is a change too";
     model.redo();
     EXPECT_EQ(model.status, "Redo Place Dot");
     EXPECT_EQ(notified, 3);
