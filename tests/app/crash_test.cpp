@@ -28,13 +28,9 @@ public:
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
         posix_spawn_file_actions_addclose(&actions, fds[0]);
-        std::vector<std::string> env{"QT_QPA_PLATFORM=offscreen",
-                                     "XDG_DATA_HOME=" + (home / "data").string(),
+        std::vector<std::string> env{"QT_QPA_PLATFORM=offscreen", "XDG_DATA_HOME=" + (home / "data").string(),
                                      "XDG_CONFIG_HOME=" + (home / "config").string(),
-                                     "XDG_RUNTIME_DIR=" + home.string(),
-                                     "HOME=" + home.string(),
-                                     std::string("LSAN_OPTIONS=suppressions=") + KORV_TEST_SOURCE_DIR +
-                                         "/lsan-qt.supp:print_suppressions=0"};
+                                     "XDG_RUNTIME_DIR=" + home.string(), "HOME=" + home.string()};
         for (char** e = environ; *e; ++e) {
             const std::string entry = *e;
             if (entry.rfind("ASAN_OPTIONS=", 0) == 0 || entry.rfind("UBSAN_OPTIONS=", 0) == 0 ||
