@@ -6,9 +6,12 @@
 
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPalette>
 #include <QStatusBar>
 #include <QStyleFactory>
@@ -57,6 +60,8 @@ MainWindow::MainWindow(StudioModel& model, QtHost& host)
     busyOverlay_->setStyleSheet("background: rgba(0,0,0,140); color: white; font-size: 18px;");
     busyOverlay_->hide();
 
+    setAcceptDrops(true);
+    canvas_->setAcceptDrops(false); // so drops reach the window
     model_.canvas = canvas_;
     if (auto* session = model_.current()) canvas_->showSession(*session);
     host_.setWindow(this);
@@ -191,6 +196,16 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
     busyOverlay_->setGeometry(rect());
     emptyHint_->setGeometry(canvas_->rect());
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    if (event->mimeData()->hasUrls()) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile()) model_.open(url.toLocalFile().toStdString());
+    event->acceptProposedAction();
 }
 
 } // namespace korv
