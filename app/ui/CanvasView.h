@@ -1,0 +1,56 @@
+#pragma once
+// Shows the current document: one pixmap item per grid tile, each placed by
+// the view transform, over a checker for transparency.
+// Only dirty tiles are rendered and swapped. Wheel zooms around the pointer,
+// a drag pans.
+#include "app/model/StudioModel.h"
+
+#include <QGraphicsView>
+#include <vector>
+
+class QGraphicsPixmapItem;
+class QGraphicsRectItem;
+
+namespace korv {
+
+class CanvasView : public QGraphicsView, public CanvasLink {
+public:
+    explicit CanvasView(StudioModel& model, QWidget* parent = nullptr);
+
+    void showSession(DocSession& session) override;
+    void clear() override;
+    void refresh() override;
+    bool isBusy() const override { return panning_; }
+
+    // Renders the dirty tiles now.
+    void flush();
+    void fit();
+    void actualPixels();
+    void setZoom(double zoom, std::optional<QPointF> around = std::nullopt);
+    void zoomStep(bool in, std::optional<QPointF> around = std::nullopt);
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+private:
+    void rebuildTiles();
+    void applyViewTransform();
+    QTransform viewTransform() const;
+
+    StudioModel& model_;
+    QGraphicsScene scene_;
+    QGraphicsRectItem* docItem_ = nullptr;
+    QGraphicsRectItem* shadow_ = nullptr;
+    QGraphicsRectItem* checker_ = nullptr;
+    std::vector<QGraphicsPixmapItem*> tiles_;
+    DocSession* session_ = nullptr;
+    bool panning_ = false;
+    QPointF lastDrag_;
+};
+
+} // namespace korv

@@ -1,0 +1,141 @@
+#include "app/ui/DevTools.h"
+
+#include "app/model/AppFolders.h"
+#include "app/ui/CanvasView.h"
+#include "app/ui/MainWindow.h"
+#include "app/ui/QtHost.h"
+#include "engine/document/SampleDocument.h"
+#include "engine/formats/AtomicFile.h"
+#include "engine/formats/PhotoExport.h"
+#include "engine/formats/StudioFile.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+
+namespace korv {
+namespace {
+
+// A host that answers save panels with a set path and keeps nothing of the
+// user's: no recent documents, no settings.
+class ToolHost : public QtHost {
+public:
+    std::optional<std::filesystem::path> saveTo;
+    std::optional<std::filesystem::path> savePanel(const SavePanelRequest&) override { return saveTo; }
+    void noteRecentDocument(const std::filesystem::path&) override {}
+    std::optional<std::string> setting(const std::string&) override { return std::nullopt; }
+    void setSetting(const std::string&, const std::string&) override {}
+};
+
+// Lets the window lay itself out and paint.
+void settle() {
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < 150)
+        QApplication::processEvents(QEventLoop::AllEvents, 20);
+}
+
+bool check(bool condition, const char* what) {
+    std::printf("%s %s\n", condition ? "ok  " : "FAIL", what);
+    return condition;
+}
+
+} // namespace
+
+int runSelfTest() {
+    QTemporaryDir temp;
+    if (!temp.isValid()) return check(false, "a temporary folder") ? 0 : 1;
+    const std::filesystem::path folder = temp.path().toStdString();
+    AppFolders::setBaseOverride(folder / "support");
+    bool passed = true;
+    {
+        ToolHost host;
+        StudioModel model(host, false);
+        auto sample = makeSampleDocument(640, 400);
+        const auto png = folder / "sample.png";
+        writeFileAtomically(png.string(),
+                            PhotoExport::data(*sample, PhotoExportOptions(PhotoExportFormat::png)));
+        model.open(png);
+        passed &= check(model.current() && !model.alert, "the generated picture opens");
+        if (!model.current()) return 1;
+        passed &=
+            check(!model.current()->isDirty() && model.doc()->width() == 640, "it opens clean, at its size");
+
+        host.saveTo = folder / "sample.korvstudio";
+        model.save(false);
+        passed &= check(!model.current()->isDirty() && model.current()->fileURL == host.saveTo, "it saves");
+
+        StudioModel reader(host, false);
+        reader.open(*host.saveTo);
+        passed &= check(reader.doc() && reader.doc()->fingerprint() == model.doc()->fingerprint(),
+                        "the saved document reopens with the same fingerprint");
+
+        MainWindow window(reader, host);
+        window.resize(800, 600);
+        window.show();
+        settle();
+        const QImage shot = window.canvas().grab().toImage();
+        if (const char* keep = std::getenv("KORV_SELFTEST_SHOT")) shot.save(keep);
+        const QColor centre = shot.pixelColor(shot.width() / 2, shot.height() / 2);
+        const auto pixel = sample->flattened()->pixel(320, 200);
+        passed &= check(std::abs(centre.red() - pixel[0]) <= 8 && std::abs(centre.green() - pixel[1]) <= 8 &&
+                            std::abs(centre.blue() - pixel[2]) <= 8,
+                        "the canvas shows the picture");
+        if (!passed)
+            std::printf("     canvas %d,%d,%d, picture %d,%d,%d (%dx%d)\n", centre.red(), centre.green(),
+                        centre.blue(), pixel[0], pixel[1], pixel[2], shot.width(), shot.height());
+    }
+    AppFolders::setBaseOverride(std::nullopt);
+    std::printf("%s\n", passed ? "selftest passed" : "selftest FAILED");
+    return passed ? 0 : 1;
+}
+
+int writeSnapshots(const std::string& folderName) {
+    QDir().mkpath(QString::fromStdString(folderName));
+    const std::filesystem::path folder = folderName;
+    QTemporaryDir temp;
+    AppFolders::setBaseOverride(std::filesystem::path(temp.path().toStdString()));
+    bool ok = true;
+    {
+        ToolHost host;
+        StudioModel model(host, false);
+        MainWindow window(model, host);
+        window.show();
+        settle();
+        ok &= window.grab().save(QString::fromStdString((folder / "empty-window.png").string()));
+
+        model.add(std::make_shared<DocSession>(makeSampleDocument(1600, 1000), "Sample"));
+        settle();
+        ok &= window.grab().save(QString::fromStdString((folder / "main-window.png").string()));
+
+        window.canvas().actualPixels();
+        window.canvas().zoomStep(true);
+        settle();
+        ok &= window.grab().save(QString::fromStdString((folder / "main-window-zoomed.png").string()));
+    }
+    AppFolders::setBaseOverride(std::nullopt);
+    std::printf("%s\n", ok ? "snapshots written" : "snapshots FAILED");
+    return ok ? 0 : 1;
+}
+
+void applyTestEdit(StudioModel& model) {
+    if (!model.current()) model.newDocument(800, 600, 72, PaintColor::white(), "Crash Test");
+    RGBABuffer block(200, 150);
+    block.fill(PaintColor(0.85, 0.3, 0.15, 1));
+    model.placeBuffer(block, "Test Edit", std::pair{100, 100}, *model.doc());
+    std::printf("edited %016" PRIx64 "\n", model.doc()->fingerprint());
+    std::fflush(stdout);
+}
+
+void printSessions(const StudioModel& model) {
+    for (const auto& session : model.sessions)
+        std::printf("session %s\t%016" PRIx64 "\t%s\n", session->name.c_str(), session->doc->fingerprint(),
+                    session->isDirty() ? "dirty" : "clean");
+    std::fflush(stdout);
+}
+
+} // namespace korv

@@ -1,0 +1,58 @@
+#pragma once
+// The one window: menus wired to the model, the canvas, the status line, a
+// busy overlay, and the model's alerts and sheets presented as dialogs.
+#include "app/model/StudioModel.h"
+
+#include <QMainWindow>
+
+class QLabel;
+class QMenu;
+class QAction;
+
+namespace korv {
+
+class CanvasView;
+class QtHost;
+
+class MainWindow : public QMainWindow {
+public:
+    MainWindow(StudioModel& model, QtHost& host);
+    ~MainWindow() override;
+
+    CanvasView& canvas() { return *canvas_; }
+    // Lets the window close without asking (tests and tooling).
+    void setQuitWithoutAsking(bool on) { quitWithoutAsking_ = on; }
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    // Files dropped on the window open as if chosen in the open panel.
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+private:
+    void buildMenus();
+    void rebuildRecentMenu();
+    void sync();
+    void presentAlertAndSheet();
+
+    StudioModel& model_;
+    QtHost& host_;
+    CanvasView* canvas_;
+    QLabel* statusLabel_;
+    QLabel* zoomLabel_;
+    QLabel* busyOverlay_;
+    QLabel* emptyHint_;
+    QMenu* recentMenu_ = nullptr;
+    QAction* undo_ = nullptr;
+    QAction* redo_ = nullptr;
+    int observer_ = 0;
+    std::optional<Uuid> shownAlert_;
+    bool presenting_ = false;
+    bool quitWithoutAsking_ = false;
+};
+
+// The dark look, on the Fusion style.
+void applyDarkLook();
+
+} // namespace korv

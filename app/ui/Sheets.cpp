@@ -1,0 +1,165 @@
+#include "app/ui/Sheets.h"
+
+#include "engine/core/Constants.h"
+
+#include <QComboBox>
+#include <QDateTime>
+#include <QDialogButtonBox>
+#include <QDoubleSpinBox>
+#include <QFormLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QListWidget>
+#include <QLocale>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+namespace korv {
+
+NewPictureDialog::NewPictureDialog(StudioModel& model, QWidget* parent) : QDialog(parent) {
+    setWindowTitle("New Picture");
+    auto* form = new QFormLayout;
+    auto* width = new QSpinBox;
+    auto* height = new QSpinBox;
+    for (auto* box : {width, height}) {
+        box->setRange(1, int(kMaxCanvasSide));
+        box->setSuffix(" px");
+    }
+    width->setValue(1920);
+    height->setValue(1080);
+    auto* dpi = new QDoubleSpinBox;
+    dpi->setRange(1, 3000);
+    dpi->setValue(72);
+    dpi->setSuffix(" ppi");
+    auto* background = new QComboBox;
+    background->addItems({"White", "Black", "Transparent"});
+    form->addRow("Width", width);
+    form->addRow("Height", height);
+    form->addRow("Resolution", dpi);
+    form->addRow("Background", background);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    buttons->button(QDialogButtonBox::Ok)->setText("Create");
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(buttons);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
+        std::optional<PaintColor> colour;
+        if (background->currentIndex() == 0) colour = PaintColor::white();
+        if (background->currentIndex() == 1) colour = PaintColor::black();
+        model.newDocument(width->value(), height->value(), dpi->value(), colour);
+        accept();
+    });
+}
+
+ExportDialog::ExportDialog(StudioModel& model, QWidget* parent) : QDialog(parent) {
+    setWindowTitle("Export");
+    auto* form = new QFormLayout;
+    auto* format = new QComboBox;
+    for (auto f : kAllPhotoExportFormats)
+        format->addItem(QString::fromUtf8(displayName(f).data(), int(displayName(f).size())));
+    auto* quality = new QSpinBox;
+    quality->setRange(5, 100);
+    quality->setValue(90);
+    quality->setSuffix(" %");
+    auto* scale = new QSpinBox;
+    scale->setRange(1, 400);
+    scale->setValue(100);
+    scale->setSuffix(" %");
+    auto* size = new QLabel;
+    form->addRow("Format", format);
+    form->addRow("Quality", quality);
+    form->addRow("Scale", scale);
+    form->addRow("Size", size);
+    auto options = [=] {
+        PhotoExportOptions o(kAllPhotoExportFormats[size_t(format->currentIndex())]);
+        o.quality = quality->value() / 100.0;
+        o.scale = scale->value() / 100.0;
+        return o;
+    };
+    auto update = [=, &model] {
+        quality->setEnabled(hasQuality(options().format));
+        if (auto* doc = model.doc()) {
+            const auto out = PhotoExport::outputSize(*doc, options());
+            size->setText(QString("%1 \u00D7 %2 px").arg(out.width).arg(out.height));
+        }
+    };
+    connect(format, &QComboBox::currentIndexChanged, this, update);
+    connect(scale, &QSpinBox::valueChanged, this, update);
+    update();
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    buttons->button(QDialogButtonBox::Ok)->setText("Export…");
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(buttons);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
+        accept();
+        model.exportPicture(options());
+    });
+}
+
+RecoveryDialog::RecoveryDialog(StudioModel& model, QWidget* parent)
+    : QDialog(parent), model_(model), list_(new QListWidget) {
+    setWindowTitle("Recover Autosaved Work");
+    resize(560, 420);
+    auto* intro =
+        new QLabel("KORV Lumenary kept copies of pictures that were not saved when it last stopped. "
+                   "Recover them to keep working, or move them to the trash.");
+    intro->setWordWrap(true);
+    list_->setIconSize(QSize(96, 96));
+    list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    auto* buttons = new QDialogButtonBox;
+    auto* recover = buttons->addButton("Recover", QDialogButtonBox::AcceptRole);
+    auto* discard = buttons->addButton("Move to Trash", QDialogButtonBox::DestructiveRole);
+    auto* later = buttons->addButton("Later", QDialogButtonBox::RejectRole);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(intro);
+    layout->addWidget(list_);
+    layout->addWidget(buttons);
+    connect(recover, &QPushButton::clicked, this, [this] {
+        for (const auto& item : selected())
+            model_.recover(item);
+        reload();
+    });
+    connect(discard, &QPushButton::clicked, this, [this] {
+        for (const auto& item : selected())
+            Recovery::discard(item.id, true);
+        reload();
+    });
+    connect(later, &QPushButton::clicked, this, &QDialog::reject);
+    reload();
+}
+
+void RecoveryDialog::reload() {
+    items_ = model_.pendingRecovery();
+    list_->clear();
+    for (const auto& item : items_) {
+        const auto date = QDateTime::fromSecsSinceEpoch(
+            std::chrono::duration_cast<std::chrono::seconds>(item.info.date.time_since_epoch()).count());
+        auto* row = new QListWidgetItem(QString("%1\n%2 \u00D7 %3 px, %4 layers, %5")
+                                            .arg(QString::fromStdString(item.info.name))
+                                            .arg(item.info.width)
+                                            .arg(item.info.height)
+                                            .arg(item.info.layers)
+                                            .arg(QLocale().toString(date, QLocale::ShortFormat)));
+        if (auto thumb = item.thumbnail()) {
+            const QImage image(thumb->data(), int(thumb->width()), int(thumb->height()),
+                               int(thumb->width() * 4), QImage::Format_RGBA8888_Premultiplied);
+            row->setIcon(QIcon(QPixmap::fromImage(image.copy())));
+        }
+        list_->addItem(row);
+    }
+    if (!items_.empty()) list_->setCurrentRow(0);
+    if (items_.empty()) accept();
+}
+
+std::vector<Recovery::Item> RecoveryDialog::selected() const {
+    std::vector<Recovery::Item> chosen;
+    for (int row = 0; row < list_->count(); ++row)
+        if (list_->item(row)->isSelected()) chosen.push_back(items_[size_t(row)]);
+    return chosen;
+}
+
+} // namespace korv

@@ -1,0 +1,37 @@
+#pragma once
+// The modal sheets of this window: a new picture, export options and the
+// list of recovery copies offered at start-up.
+#include "app/model/StudioModel.h"
+
+#include <QDialog>
+
+class QListWidget;
+
+namespace korv {
+
+// Width, height, resolution and background; OK makes the document.
+class NewPictureDialog : public QDialog {
+public:
+    NewPictureDialog(StudioModel& model, QWidget* parent);
+};
+
+// Format, quality and scale; OK goes on to the save panel.
+class ExportDialog : public QDialog {
+public:
+    ExportDialog(StudioModel& model, QWidget* parent);
+};
+
+// Each pending copy with its preview, size, layers and date: recover or discard.
+class RecoveryDialog : public QDialog {
+public:
+    RecoveryDialog(StudioModel& model, QWidget* parent);
+
+private:
+    void reload();
+    std::vector<Recovery::Item> selected() const;
+    StudioModel& model_;
+    QListWidget* list_;
+    std::vector<Recovery::Item> items_;
+};
+
+} // namespace korv
