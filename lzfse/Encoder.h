@@ -6,6 +6,7 @@
 #include "lzfse/BlockFormat.h"
 #include "lzfse/Fse.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -119,5 +120,21 @@ History resetHistory(const std::uint8_t* src, std::size_t n, HashBucket* table);
 // Returns its size, or 0 if it does not fit in dstCapacity.
 std::size_t encodeLzvn(std::uint8_t* dst, std::size_t dstCapacity, const std::uint8_t* src, std::size_t n,
                        std::uint32_t* table);
+
+// Equal bytes at a and b, up to limit, eight at a time.
+inline std::size_t commonLength(const std::uint8_t* a, const std::uint8_t* b, std::size_t limit) {
+    std::size_t n = 0;
+    while (n + 8 <= limit) {
+        const std::uint64_t x = load64(a + n) ^ load64(b + n);
+        if (x != 0) {
+            return n + (static_cast<std::size_t>(std::countr_zero(x)) >> 3);
+        }
+        n += 8;
+    }
+    while (n < limit && a[n] == b[n]) {
+        ++n;
+    }
+    return n;
+}
 
 } // namespace korv::lzfse::detail

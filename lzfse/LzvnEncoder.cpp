@@ -15,20 +15,6 @@ inline std::uint32_t hashPrefix(std::uint32_t x) {
     return ((x & 0xffffff) * 2654435761u) >> (32 - kLzvnHashBits);
 }
 
-inline std::size_t commonLength(const std::uint8_t* a, const std::uint8_t* b, std::size_t limit) {
-    std::size_t n = 0;
-    while (n + 8 <= limit) {
-        const std::uint64_t x = load64(a + n) ^ load64(b + n);
-        if (x != 0) {
-            return n + (static_cast<std::size_t>(std::countr_zero(x)) >> 3);
-        }
-        n += 8;
-    }
-    while (n < limit && a[n] == b[n]) {
-        ++n;
-    }
-    return n;
-}
 
 constexpr std::size_t kMaxDistance = 0xffff;
 constexpr std::size_t kMinMatch = 3;
