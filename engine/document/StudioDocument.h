@@ -21,6 +21,9 @@ namespace korv {
 // Indices from the top level down to a layer.
 using LayerPath = std::vector<int64_t>;
 
+// How addMask fills a new mask.
+enum class NewMask : uint8_t { revealAll, hideAll, revealSelection, hideSelection };
+
 class StudioDocument {
 public:
     using State = HistoryState;
@@ -80,6 +83,49 @@ public:
     std::string uniqueName(const std::string& base) const;
     uint64_t fingerprint() const;
     RGBABufferPtr flattened() const;
+
+    // Layer operations. None commits a step; each that changes something ends
+    // with markAllDirty(), and an unknown id leaves the document as it was.
+    // `delete` is a C++ keyword, so the removal is deleteLayer.
+    Uuid insert(StudioLayer layer, bool aboveActive);
+    Uuid addPixelLayer(std::optional<std::string> name = std::nullopt);
+    Uuid addAdjustment(AdjustmentType type);
+    Uuid addFill(const FillSpec& spec);
+    Uuid addText(const TextSpec& spec);
+    Uuid addShape(const ShapeSpec& spec);
+    std::optional<Uuid> group(const std::vector<Uuid>& ids, std::optional<std::string> name = std::nullopt);
+    void ungroup(const Uuid& id);
+    std::optional<Uuid> duplicate(const Uuid& id);
+    void deleteLayer(const Uuid& id);
+    // By a signed count of places among the siblings, positive is upward.
+    void move(const Uuid& id, int64_t by);
+    // To the top of the group's children, or of the top level without one.
+    void move(const Uuid& id, const std::optional<Uuid>& intoGroup);
+    void mergeDown(const Uuid& id);
+    void flattenImage();
+    Uuid stampVisible();
+    void rasterize(const Uuid& id);
+    void rasterizeAllVector();
+    void addMask(const Uuid& id, NewMask kind);
+    void deleteMask(const Uuid& id);
+    void applyMask(const Uuid& id);
+    void invertMask(const Uuid& id);
+    // A grey picture, white meaning visible, as mask bytes (all four 255 - R).
+    static RGBABufferPtr grayToMask(const RGBABuffer& buffer);
+    // What a pixel tool may write: none for an unknown or locked layer, or one without that raster.
+    std::optional<TileSet> editableRaster(const Uuid& id, bool mask) const;
+    // Stores the tiles without marking anything dirty: the caller knows the region.
+    void setRaster(const Uuid& id, bool mask, TileSet tiles, bool version);
+
+    // Selection commands: they change `selection` only.
+    void selectAll();
+    void deselect();
+    void invertSelection();
+    void setSelection(SelectionRef newSelection);
+    // The layer's drawn content as a selection (its alpha).
+    void selectLayerShape(const Uuid& id);
+    // What the layer's mask reveals as a selection.
+    void selectMask(const Uuid& id);
 
     // History. Operations elsewhere never commit: the caller names the step.
     const std::vector<HistoryItem>& history() const { return history_; }
