@@ -7,6 +7,7 @@
 #include "engine/render/StudioRenderer.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <unordered_set>
 
@@ -61,16 +62,16 @@ TilePtr uniformTile(uint8_t h) {
 
 // The hidden amount from a selection, one tile: h = s XOR flip, which is
 // 255 - s when flip is 255. Gives no tile where every h is zero.
-TilePtr maskTileFromSelection(const Selection* selection, uint8_t flip, const TileGrid& grid, int64_t index) {
+TilePtr maskTileFromSelection(const Selection& selection, uint8_t flip, const TileGrid& grid, int64_t index) {
     const IRect r = grid.rect(index);
     // Pixels beyond the selection's plane count as unselected.
-    const int64_t selW = selection ? std::clamp<int64_t>(selection->width() - r.x, 0, r.w) : 0;
-    const int64_t selH = selection ? std::clamp<int64_t>(selection->height() - r.y, 0, r.h) : 0;
+    const int64_t selW = std::clamp<int64_t>(selection.width() - r.x, 0, r.w);
+    const int64_t selH = std::clamp<int64_t>(selection.height() - r.y, 0, r.h);
     if (flip == 0) {
         // Hiding the selection: only selected pixels need a tile.
         bool any = false;
         for (int64_t y = 0; y < selH && !any; ++y) {
-            const uint8_t* s = selection->row(r.y + y) + r.x;
+            const uint8_t* s = selection.row(r.y + y) + r.x;
             unsigned acc = 0;
             for (int64_t x = 0; x < selW; ++x)
                 acc |= s[x];
@@ -81,7 +82,7 @@ TilePtr maskTileFromSelection(const Selection* selection, uint8_t flip, const Ti
         // Revealing the selection: a tile fully selected hides nothing.
         bool any = false;
         for (int64_t y = 0; y < selH && !any; ++y) {
-            const uint8_t* s = selection->row(r.y + y) + r.x;
+            const uint8_t* s = selection.row(r.y + y) + r.x;
             unsigned acc = 255;
             for (int64_t x = 0; x < selW; ++x)
                 acc &= s[x];
@@ -93,7 +94,7 @@ TilePtr maskTileFromSelection(const Selection* selection, uint8_t flip, const Ti
     for (int64_t y = 0; y < r.h; ++y) {
         auto* out = reinterpret_cast<uint32_t*>(t->row(y));
         const int64_t w = y < selH ? selW : 0;
-        const uint8_t* s = w > 0 ? selection->row(r.y + y) + r.x : nullptr;
+        const uint8_t* s = w > 0 ? selection.row(r.y + y) + r.x : nullptr;
         for (int64_t x = 0; x < w; ++x)
             out[x] = uint32_t(uint8_t(s[x] ^ flip)) * 0x01010101u;
         for (int64_t x = w; x < r.w; ++x)
@@ -412,7 +413,7 @@ void StudioDocument::addMask(const Uuid& id, NewMask kind) {
         parallelFor(grid.count(), [&](int64_t i) { mask.tiles[size_t(i)] = uniformTile(255); });
     } else if (kind != NewMask::revealAll && selection) {
         const uint8_t flip = kind == NewMask::revealSelection ? 255 : 0;
-        const Selection* sel = selection.get();
+        const Selection& sel = *selection;
         parallelFor(grid.count(),
                     [&](int64_t i) { mask.tiles[size_t(i)] = maskTileFromSelection(sel, flip, grid, i); });
     }
