@@ -80,20 +80,24 @@ TEST(LayerOperations, MergeDownRefusesBottomAdjustmentAndGroup) {
 
 TEST(LayerOperations, DeleteChoosesTheLayerBelow) {
     StudioLayer a = StudioLayer::pixelLayer("A", kGrid), b = StudioLayer::pixelLayer("B", kGrid),
-                c = StudioLayer::pixelLayer("C", kGrid), inner = StudioLayer::pixelLayer("In", kGrid);
+                c = StudioLayer::pixelLayer("C", kGrid), d = StudioLayer::pixelLayer("D", kGrid),
+                inner = StudioLayer::pixelLayer("In", kGrid);
     StudioLayer g = StudioLayer::group("G", {inner});
-    StudioDocument doc(300, 260, 72, {a, b, g, c}, c.id);
-    doc.deleteLayer(c.id);
-    EXPECT_EQ(doc.activeID, g.id);
+    StudioDocument doc(300, 260, 72, {a, b, g, c, d}, d.id);
+    doc.deleteLayer(d.id);
+    EXPECT_EQ(doc.activeID, c.id);
+    doc.activeID = b.id;
+    doc.deleteLayer(b.id);
+    EXPECT_EQ(doc.activeID, a.id);
     doc.activeID = inner.id;
     doc.deleteLayer(inner.id); // the group is left empty: the topmost layer takes over
-    EXPECT_EQ(doc.activeID, g.id);
-    doc.deleteLayer(b.id); // not active: the active layer stays
-    EXPECT_EQ(doc.activeID, g.id);
+    EXPECT_EQ(doc.activeID, c.id);
+    doc.deleteLayer(g.id); // not active: the active layer stays
+    EXPECT_EQ(doc.activeID, c.id);
     doc.activeID = a.id;
     doc.deleteLayer(a.id);
-    EXPECT_EQ(doc.activeID, g.id); // the new bottom layer
-    doc.deleteLayer(g.id);
+    EXPECT_EQ(doc.activeID, c.id); // the new bottom layer
+    doc.deleteLayer(c.id);
     ASSERT_EQ(doc.layers.size(), 1u);
     EXPECT_EQ(doc.layers[0].name, "Layer 1");
     EXPECT_EQ(doc.layers[0].kind, StudioLayerKind::pixel);
