@@ -53,10 +53,12 @@ std::string textName(const std::string& text) {
     return out;
 }
 
-// A tile whose 65536 pixels all hold h in every byte.
-TilePtr uniformTile(uint8_t h) {
+// A frozen tile of 255 in every byte. One serves every place of a mask that
+// hides all: a writer copies it first, so a hidden canvas costs one tile.
+TilePtr hidingTile() {
     auto t = std::make_shared<Tile>(Tile::Uninitialized{});
-    std::memset(t->pixels(), h, size_t(kTileBytes));
+    std::memset(t->pixels(), 255, size_t(kTileBytes));
+    t->freeze();
     return t;
 }
 
@@ -117,8 +119,8 @@ void applyMaskTile(Tile& pixels, const Tile& mask) {
 
 // The inverted mask tile, or none where the canvas part of the result would
 // hide nothing (the old tile hid everything there).
-TilePtr invertedMaskTile(const Tile* old, const IRect& r) {
-    if (!old) return uniformTile(255);
+TilePtr invertedMaskTile(const Tile* old, const IRect& r, const TilePtr& hiding) {
+    if (!old) return hiding;
     bool any = false;
     for (int64_t y = 0; y < r.h && !any; ++y) {
         const uint8_t* row = old->row(y);
@@ -410,7 +412,7 @@ void StudioDocument::addMask(const Uuid& id, NewMask kind) {
     if (!find(id)) return;
     TileSet mask(grid);
     if (kind == NewMask::hideAll) {
-        parallelFor(grid.count(), [&](int64_t i) { mask.tiles[size_t(i)] = uniformTile(255); });
+        std::fill(mask.tiles.begin(), mask.tiles.end(), hidingTile());
     } else if (kind != NewMask::revealAll && selection) {
         const uint8_t flip = kind == NewMask::revealSelection ? 255 : 0;
         const Selection& sel = *selection;
@@ -455,8 +457,11 @@ void StudioDocument::invertMask(const Uuid& id) {
     if (!l || !l->mask) return;
     const TileSet& old = *l->mask;
     TileSet inverted(old.grid);
+    const bool anyAbsent =
+        std::any_of(old.tiles.begin(), old.tiles.end(), [](const TilePtr& t) { return !t; });
+    const TilePtr hiding = anyAbsent ? hidingTile() : nullptr;
     parallelFor(old.grid.count(), [&](int64_t i) {
-        inverted.tiles[size_t(i)] = invertedMaskTile(old.tile(i), old.grid.rect(i));
+        inverted.tiles[size_t(i)] = invertedMaskTile(old.tile(i), old.grid.rect(i), hiding);
     });
     update(id, true, [&](StudioLayer& layer) { layer.mask = std::move(inverted); });
     markAllDirty();

@@ -234,13 +234,6 @@ TEST(LayerOperations, MaskCommands) {
     doc.addMask(l.id, NewMask::revealSelection);
     EXPECT_EQ(doc.find(l.id)->maskValue(280, 10), 255);
     EXPECT_EQ(doc.find(l.id)->maskValue(0, 259), 0);
-
-    RGBABuffer grey(2, 1);
-    grey.setPixel(0, 0, {255, 255, 255, 255});
-    grey.setPixel(1, 0, {64, 64, 64, 255});
-    auto m = StudioDocument::grayToMask(grey);
-    EXPECT_EQ(m->pixel(0, 0), (Pixel4{0, 0, 0, 0}));
-    EXPECT_EQ(m->pixel(1, 0), (Pixel4{191, 191, 191, 191}));
 }
 
 TEST(LayerOperations, EditableRasterRespectsLockAndKind) {
@@ -278,10 +271,9 @@ TEST(LayerOperations, NamesOfNewLayers) {
     EXPECT_EQ(doc.activeLayer()->adjustment, AdjustmentSpec(AdjustmentType::hueSaturation));
 
     // Above the active layer, in its own group.
-    auto g = doc.group({first});
+    doc.group({first});
     doc.activeID = first;
     const Uuid added = doc.addPixelLayer("Inside");
-    EXPECT_EQ(doc.path(*g), (LayerPath{0}));
     EXPECT_EQ(doc.path(added), (LayerPath{0, 1}));
     const Uuid top = doc.insert(StudioLayer::pixelLayer("Top", kGrid), false);
     EXPECT_EQ(doc.layers.back().id, top);
@@ -295,10 +287,15 @@ TEST(LayerOperations, RasterizeAndFlattenKeepTheLook) {
     g.blendMode = BlendMode::multiply;
     StudioLayer fill(Uuid::random(), "Fill", StudioLayerKind::fill);
     fill.fill = FillSpec(FillKind::solid);
-    StudioDocument doc(300, 260, 72, {bg, g, fill});
+    StudioLayer hidden = StudioLayer::group("H", {solidLayer(kGrid, {9, 9, 9, 255})});
+    hidden.isVisible = false;
+    StudioDocument doc(300, 260, 72, {bg, g, fill, hidden});
     auto before = doc.flattened();
 
     doc.rasterize(g.id);
+    doc.rasterize(hidden.id);
+    EXPECT_FALSE(doc.find(hidden.id)->pixels->isEmpty()); // hiding is the layer's, not its pixels'
+    EXPECT_FALSE(doc.find(hidden.id)->isVisible);
     doc.rasterizeAllVector();
     const StudioLayer& rg = *doc.find(g.id);
     EXPECT_EQ(rg.kind, StudioLayerKind::pixel);
