@@ -72,13 +72,24 @@ cv::Mat disc(double radius) {
 }
 
 void morphology(const cv::Mat& src, cv::Mat& dst, double radius, Edges edges, bool maximum) {
-    threadCount();
+    const int threads = threadCount();
     const cv::Mat k = disc(radius);
-    // A constant 0 beyond the edge is what a transparent world gives; replicate continues the edge.
-    if (maximum)
-        cv::dilate(src, dst, k, {-1, -1}, 1, cvBorder(edges), cv::Scalar::all(0));
-    else
-        cv::erode(src, dst, k, {-1, -1}, 1, cvBorder(edges), cv::Scalar::all(0));
+    // OpenCV runs a morphology on one thread, so the picture is cut into
+    // bands of rows. A band is a view into the whole picture, and OpenCV reads
+    // the rows beyond a view's own from its parent, so the seams don't show;
+    // the border applies at the picture's edges only.
+    const int rows = src.rows;
+    const int64_t bands = std::clamp<int64_t>(rows / kBandRows, 1, int64_t(threads) * 4);
+    parallelFor(bands, [&](int64_t b) {
+        const int y0 = int(rows * b / bands), y1 = int(rows * (b + 1) / bands);
+        const cv::Mat in = src.rowRange(y0, y1);
+        cv::Mat out = dst.rowRange(y0, y1);
+        // A constant 0 beyond the edge is what a transparent world gives; replicate continues the edge.
+        if (maximum)
+            cv::dilate(in, out, k, {-1, -1}, 1, cvBorder(edges), cv::Scalar::all(0));
+        else
+            cv::erode(in, out, k, {-1, -1}, 1, cvBorder(edges), cv::Scalar::all(0));
+    });
 }
 
 bool filters(double amount, double least) {

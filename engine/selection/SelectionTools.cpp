@@ -44,10 +44,26 @@ const std::array<std::array<uint8_t, 256>, 256>& straightTable() {
     return table;
 }
 
-// kMatch for every pixel within the tolerance of the seed colour, 0 elsewhere;
-// the comparison is made on straight colour.
-void markMatches(const RGBABuffer& buffer, const std::array<int, 4>& seed, int tolerance, uint8_t* plane) {
-    const auto& table = straightTable();
+// `match` for every pixel within the tolerance of the seed colour, 0 elsewhere;
+// the comparison is made on straight colour. For each channel a table over
+// (alpha, byte) says whether that channel, and alpha, are close enough, so a
+// pixel costs three look-ups.
+void markMatches(const RGBABuffer& buffer, const std::array<int, 4>& seed, int tolerance, uint8_t match,
+                 uint8_t* plane) {
+    const auto& straight = straightTable();
+    std::vector<uint8_t> close(3 * 65536);
+    for (int a = 0; a < 256; ++a) {
+        const bool alphaClose = std::abs(a - seed[3]) <= tolerance;
+        for (int k = 0; k < 3; ++k)
+            for (int c = 0; c < 256; ++c)
+                close[size_t(k * 65536 + a * 256 + c)] =
+                    alphaClose && std::abs(int(straight[size_t(a)][size_t(c)]) - seed[size_t(k)]) <= tolerance
+                        ? match
+                        : 0;
+    }
+    const uint8_t* closeR = close.data();
+    const uint8_t* closeG = closeR + 65536;
+    const uint8_t* closeB = closeG + 65536;
     const int64_t width = buffer.width(), height = buffer.height();
     const int64_t bands = (height + kBandRows - 1) / kBandRows;
     parallelFor(bands, [&](int64_t band) {
@@ -56,13 +72,8 @@ void markMatches(const RGBABuffer& buffer, const std::array<int, 4>& seed, int t
             const uint8_t* p = buffer.row(y);
             uint8_t* out = plane + y * width;
             for (int64_t x = 0; x < width; ++x) {
-                const uint8_t a = p[x * 4 + 3];
-                const auto& row = table[a];
-                int d = std::abs(int(row[p[x * 4]]) - seed[0]);
-                d = std::max(d, std::abs(int(row[p[x * 4 + 1]]) - seed[1]));
-                d = std::max(d, std::abs(int(row[p[x * 4 + 2]]) - seed[2]));
-                d = std::max(d, std::abs(int(a) - seed[3]));
-                out[x] = d <= tolerance ? kMatch : 0;
+                const size_t a = size_t(p[x * 4 + 3]) << 8;
+                out[x] = closeR[a + p[x * 4]] & closeG[a + p[x * 4 + 1]] & closeB[a + p[x * 4 + 2]];
             }
         }
     });
@@ -108,11 +119,6 @@ void keepReached(uint8_t* plane, size_t count) {
         plane[i] = plane[i] == 255 ? 255 : 0;
 }
 
-void widen(uint8_t* plane, size_t count) {
-    for (size_t i = 0; i < count; ++i)
-        plane[i] = uint8_t(plane[i] * 255);
-}
-
 } // namespace
 
 std::optional<Mask> magicWand(const RGBABuffer& buffer, int64_t x, int64_t y, int64_t tolerance,
@@ -126,12 +132,10 @@ std::optional<Mask> magicWand(const RGBABuffer& buffer, int64_t x, int64_t y, in
 
     const size_t area = areaOf(width, height);
     Mask mask(area);
-    markMatches(buffer, seed, tol, mask.data());
+    markMatches(buffer, seed, tol, contiguous ? kMatch : 255, mask.data());
     if (contiguous) {
         floodFrom(mask.data(), width, height, y * width + x);
         keepReached(mask.data(), area);
-    } else {
-        widen(mask.data(), area);
     }
     if (antialias) mask = StudioCI::gaussianBlur(mask, width, height, 0.7, Edges::clamp);
     return mask;

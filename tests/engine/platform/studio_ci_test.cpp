@@ -110,6 +110,36 @@ TEST(StudioCI, MorphologyIsMonotoneInTheRadius) {
     EXPECT_EQ(morphologyMinimum(opaque, 2, Edges::clamp)->pixel(0, 5)[3], 255);
 }
 
+TEST(StudioCI, MorphologyMatchesADiscEverywhere) {
+    // Tall enough to be cut into bands: no seam may differ from a plain disc
+    // maximum (minimum) with the edges continued.
+    const int64_t w = 57, h = 700;
+    const double r = 4.5;
+    Mask m(size_t(w * h));
+    uint32_t seed = 99;
+    for (uint8_t& v : m) {
+        seed = seed * 1664525u + 1013904223u;
+        v = (seed >> 28) == 0 ? uint8_t(seed >> 8) : 0;
+    }
+    const Mask mx = morphologyMaximum(m, w, h, r, Edges::clamp);
+    const Mask mn = morphologyMinimum(mx, w, h, r, Edges::clamp);
+    auto at = [&](const Mask& from, int64_t x, int64_t y) {
+        return from[size_t(std::clamp<int64_t>(y, 0, h - 1) * w + std::clamp<int64_t>(x, 0, w - 1))];
+    };
+    for (int64_t y = 0; y < h; ++y)
+        for (int64_t x = 0; x < w; ++x) {
+            uint8_t hi = 0, lo = 255;
+            for (int dy = -4; dy <= 4; ++dy)
+                for (int dx = -4; dx <= 4; ++dx)
+                    if (dx * dx + dy * dy <= r * r) {
+                        hi = std::max(hi, at(m, x + dx, y + dy));
+                        lo = std::min(lo, at(mx, x + dx, y + dy));
+                    }
+            ASSERT_EQ(mx[size_t(y * w + x)], hi) << x << "," << y;
+            ASSERT_EQ(mn[size_t(y * w + x)], lo) << x << "," << y;
+        }
+}
+
 TEST(StudioCI, MatrixGeometryAndComposite) {
     const RGBABufferPtr src = noisy(16, 9);
     EXPECT_EQ(bytes(*colorMatrix(*src, ColorMatrix{})), bytes(*src));

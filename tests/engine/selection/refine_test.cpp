@@ -74,7 +74,6 @@ TEST(Refine, GrowShrinkAndFeather) {
 TEST(Refine, BorderIsCentredOnTheEdge) {
     const Mask full(100, 255);
     EXPECT_EQ(count255(border(full, 10, 10, 4)), 0);
-    EXPECT_EQ(std::count(full.begin(), full.end(), 0), 0);
     const Mask m = square(30, 30, {10, 10, 10, 10});
     EXPECT_EQ(count255(border(m, 30, 30, 0)), 0);
     const Mask b = border(m, 30, 30, 4);
