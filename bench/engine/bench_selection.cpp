@@ -1,0 +1,199 @@
+// The magic wand on a 6000 x 4000 photo-like picture, contiguous and not,
+// beside a bare cv::floodFill and cv::inRange on the same picture; feather
+// and grow of a 6000 x 4000 mask beside the bare cv::GaussianBlur and
+// cv::dilate they stand on; and the selection (with its traced outline) made
+// from a wand's mask. Multi-threaded figures show wall time and the CPU time
+// of all threads.
+#include "engine/platform/StudioCI.h"
+#include "engine/selection/SelectionTools.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <cmath>
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+namespace {
+
+using namespace korv;
+
+constexpr int64_t kWidth = 6000, kHeight = 4000;
+constexpr int64_t kClickX = 1500, kClickY = 600;
+constexpr int64_t kTolerance = 32;
+
+uint8_t unit8(double v) {
+    return uint8_t(std::lround(std::clamp(v, 0.0, 1.0) * 255.0));
+}
+
+// Sky over hills with a warm patch and fine grain, so neighbouring pixels
+// differ as in a photo and the wand's region has a ragged edge.
+const RGBABuffer& picture() {
+    static const RGBABufferPtr buffer = [] {
+        auto b = std::make_shared<RGBABuffer>(kWidth, kHeight, RGBABuffer::Uninitialized{});
+        const double w = double(kWidth), h = double(kHeight);
+        for (int64_t y = 0; y < kHeight; ++y)
+            for (int64_t x = 0; x < kWidth; ++x) {
+                const double u = double(x) / w, v = double(y) / h;
+                uint64_t n = uint64_t(x) * 0x9E3779B97F4A7C15ull ^ uint64_t(y) * 0xC2B2AE3D27D4EB4Full;
+                n ^= n >> 29;
+                const double grain = double(n % 1024) / 1024.0 * 0.08 - 0.04;
+                const double ridge = 0.55 + 0.08 * std::sin(u * 11.0) + 0.03 * std::sin(u * 37.0);
+                double r, g, bl;
+                if (v < ridge) {
+                    r = 0.35 + 0.4 * v;
+                    g = 0.5 + 0.3 * v;
+                    bl = 0.85 - 0.2 * v;
+                } else {
+                    const double t = (v - ridge) / (1.0 - ridge);
+                    r = 0.25 + 0.45 * t * u;
+                    g = 0.4 - 0.15 * t + 0.1 * std::sin(u * 5.0);
+                    bl = 0.15 + 0.1 * t;
+                }
+                const double warm = std::exp(-((u - 0.7) * (u - 0.7) + (v - 0.3) * (v - 0.3)) * 40.0);
+                uint8_t* p = b->row(y) + x * 4;
+                p[0] = unit8(r + 0.5 * warm + grain);
+                p[1] = unit8(g + 0.2 * warm + grain);
+                p[2] = unit8(bl + grain);
+                p[3] = 255;
+            }
+        return b;
+    }();
+    return *buffer;
+}
+
+// The picture without alpha, for OpenCV's flood fill (which takes no four-channel images).
+const cv::Mat& pictureBGR() {
+    static const cv::Mat rgb = [] {
+        const RGBABuffer& p = picture();
+        cv::Mat rgba(int(kHeight), int(kWidth), CV_8UC4, const_cast<uint8_t*>(p.data()));
+        cv::Mat out;
+        cv::cvtColor(rgba, out, cv::COLOR_RGBA2RGB);
+        return out;
+    }();
+    return rgb;
+}
+
+// A hard mask of the sky as the wand finds it: a big region with a ragged edge.
+const SelectionTools::Mask& skyMask() {
+    static const SelectionTools::Mask mask =
+        *SelectionTools::magicWand(picture(), kClickX, kClickY, kTolerance, true, false);
+    return mask;
+}
+
+void BM_WandContiguous(benchmark::State& state) {
+    picture();
+    int64_t count = 0;
+    for (auto _ : state) {
+        auto m = SelectionTools::magicWand(picture(), kClickX, kClickY, kTolerance, true, false);
+        count = std::count(m->begin(), m->end(), uint8_t(255));
+        benchmark::DoNotOptimize(m->data());
+    }
+    state.counters["selected"] = double(count);
+}
+
+void BM_WandEverywhere(benchmark::State& state) {
+    picture();
+    for (auto _ : state) {
+        auto m = SelectionTools::magicWand(picture(), kClickX, kClickY, kTolerance, false, false);
+        benchmark::DoNotOptimize(m->data());
+    }
+}
+
+// Baseline: OpenCV's 4-connected flood fill with a fixed range of the same
+// tolerance around the seed, filling only a mask.
+void BM_CvFloodFill(benchmark::State& state) {
+    const cv::Mat& img = pictureBGR();
+    int64_t count = 0;
+    for (auto _ : state) {
+        cv::Mat mask = cv::Mat::zeros(img.rows + 2, img.cols + 2, CV_8UC1);
+        const double t = double(kTolerance);
+        count = cv::floodFill(img, mask, {int(kClickX), int(kClickY)}, cv::Scalar(), nullptr,
+                              cv::Scalar::all(t), cv::Scalar::all(t),
+                              4 | cv::FLOODFILL_FIXED_RANGE | cv::FLOODFILL_MASK_ONLY | (255 << 8));
+        benchmark::DoNotOptimize(mask.data);
+    }
+    state.counters["selected"] = double(count);
+}
+
+// Baseline for the non-contiguous wand: every pixel within range of the seed.
+void BM_CvInRange(benchmark::State& state) {
+    const cv::Mat& img = pictureBGR();
+    const cv::Vec3b seed = img.at<cv::Vec3b>(int(kClickY), int(kClickX));
+    const double t = double(kTolerance);
+    const cv::Scalar lo(seed[0] - t, seed[1] - t, seed[2] - t), hi(seed[0] + t, seed[1] + t, seed[2] + t);
+    for (auto _ : state) {
+        cv::Mat mask;
+        cv::inRange(img, lo, hi, mask);
+        benchmark::DoNotOptimize(mask.data);
+    }
+}
+
+void BM_Feather20(benchmark::State& state) {
+    const SelectionTools::Mask& m = skyMask();
+    for (auto _ : state) {
+        auto out = SelectionTools::feather(m, kWidth, kHeight, 20);
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+
+void BM_CvGaussianBlur20(benchmark::State& state) {
+    const SelectionTools::Mask& m = skyMask();
+    const cv::Mat src(int(kHeight), int(kWidth), CV_8UC1, const_cast<uint8_t*>(m.data()));
+    for (auto _ : state) {
+        cv::Mat dst;
+        cv::GaussianBlur(src, dst, {121, 121}, 20, 20, cv::BORDER_REPLICATE);
+        benchmark::DoNotOptimize(dst.data);
+    }
+}
+
+void BM_Grow10(benchmark::State& state) {
+    const SelectionTools::Mask& m = skyMask();
+    for (auto _ : state) {
+        auto out = SelectionTools::grow(m, kWidth, kHeight, 10);
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+
+void BM_CvDilate10(benchmark::State& state) {
+    const SelectionTools::Mask& m = skyMask();
+    const cv::Mat src(int(kHeight), int(kWidth), CV_8UC1, const_cast<uint8_t*>(m.data()));
+    const cv::Mat disc = cv::getStructuringElement(cv::MORPH_ELLIPSE, {21, 21});
+    for (auto _ : state) {
+        cv::Mat dst;
+        cv::dilate(src, dst, disc, {-1, -1}, 1, cv::BORDER_REPLICATE);
+        benchmark::DoNotOptimize(dst.data);
+    }
+}
+
+// The wand's mask turned into a selection: the copy, the bounds and the traced outline.
+void BM_SelectionFromWand(benchmark::State& state) {
+    const SelectionTools::Mask& m = skyMask();
+    size_t points = 0;
+    for (auto _ : state) {
+        SelectionRef s = SelectionTools::selection(m, kWidth, kHeight, SelectionOp::replace, nullptr);
+        points = s->outline().points().size();
+        benchmark::DoNotOptimize(s.get());
+    }
+    state.counters["outline_points"] = double(points);
+}
+
+void BM_Threads(benchmark::State& state) {
+    for (auto _ : state)
+        benchmark::DoNotOptimize(StudioCI::threadCount());
+    state.counters["opencv_threads"] = double(StudioCI::threadCount());
+}
+
+#define KORV_WALL(b) BENCHMARK(b)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime()
+BENCHMARK(BM_Threads)->Iterations(1);
+KORV_WALL(BM_WandContiguous);
+KORV_WALL(BM_CvFloodFill);
+KORV_WALL(BM_WandEverywhere);
+KORV_WALL(BM_CvInRange);
+KORV_WALL(BM_Feather20);
+KORV_WALL(BM_CvGaussianBlur20);
+KORV_WALL(BM_Grow10);
+KORV_WALL(BM_CvDilate10);
+KORV_WALL(BM_SelectionFromWand);
+
+} // namespace
