@@ -54,22 +54,6 @@ std::string lowercase(std::string text) {
     return text;
 }
 
-// Puts the layer just above the active one, in the active layer's own list,
-// and makes it active; with no active layer it goes on top.
-void insertAboveActive(StudioDocument& doc, StudioLayer layer) {
-    const Uuid id = layer.id;
-    std::optional<StudioDocument::Container> place;
-    if (doc.activeID) place = doc.container(*doc.activeID);
-    if (place) {
-        doc.withSiblings(place->parent, [&](std::vector<StudioLayer>& siblings) {
-            siblings.insert(siblings.begin() + place->index + 1, std::move(layer));
-        });
-    } else {
-        doc.layers.push_back(std::move(layer));
-    }
-    doc.activeID = id;
-}
-
 const char* exportExtension(PhotoExportFormat format) {
     switch (format) {
     case PhotoExportFormat::jpeg:
@@ -340,7 +324,7 @@ void StudioModel::placeBuffer(const RGBABuffer& buffer, const std::string& name,
     StudioLayer layer = StudioLayer::pixelLayer(name, d.grid);
     const IRect rect{x, y, nw, nh};
     layer.pixels->write(placed, rect);
-    insertAboveActive(d, std::move(layer));
+    d.insert(std::move(layer), true);
     d.markDirty(rect);
     d.commit("Place " + name);
     refresh(false);
@@ -448,32 +432,6 @@ bool StudioModel::shouldQuit() {
         if (std::find(sessions.begin(), sessions.end(), session) != sessions.end()) return false;
     }
     return true;
-}
-
-bool StudioModel::act(const std::string& name, const std::function<bool(StudioDocument&)>& body) {
-    auto* d = doc();
-    if (!d || !body(*d)) return false;
-    d->commit(name);
-    refresh(false);
-    return true;
-}
-
-void StudioModel::undo() {
-    auto* d = doc();
-    if (!d || !d->canUndo()) return;
-    const std::string name = d->undoName().value_or("");
-    d->undo();
-    status = "Undo " + name;
-    refresh(false);
-}
-
-void StudioModel::redo() {
-    auto* d = doc();
-    if (!d || !d->canRedo()) return;
-    const std::string name = d->redoName().value_or("");
-    d->redo();
-    status = "Redo " + name;
-    refresh(false);
 }
 
 void StudioModel::loadToolSettings() {

@@ -10,8 +10,10 @@
 #include "app/model/Recovery.h"
 #include "app/model/Tool.h"
 #include "engine/core/PaintColor.h"
+#include "engine/core/Selection.h"
 #include "engine/core/SelectionRef.h"
 #include "engine/formats/PhotoExport.h"
+#include "engine/selection/SelectionTools.h"
 
 #include <functional>
 #include <map>
@@ -64,6 +66,21 @@ struct CanvasRect {
     bool operator==(const CanvasRect&) const = default;
 };
 
+// Where a pixel operation writes: a layer's pixels, or its mask.
+struct PixelTarget {
+    Uuid id;
+    bool mask = false;
+    bool operator==(const PixelTarget&) const = default;
+};
+
+// A two-way binding a panel control holds: the getter reads the document as
+// it is now, the setter goes through the model as one history step.
+template <class T>
+struct Binding {
+    std::function<T()> get;
+    std::function<void(const T&)> set;
+};
+
 // What the model asks of the canvas that shows the current session.
 class CanvasLink {
 public:
@@ -98,6 +115,7 @@ public:
     // through whole until the paint and retouch settings have their own types.
     std::map<std::string, nlohmann::json> brushes;
     std::map<std::string, nlohmann::json> retouch;
+    SelectionOp selectionMode = SelectionOp::replace;
     double wandTolerance = 32;
     bool wandContiguous = true;
     bool sampleAllLayers = true;
@@ -154,10 +172,80 @@ public:
     void close(std::optional<Uuid> id = std::nullopt);
     bool shouldQuit();
 
-    // Runs body on the current document and, when it answers true, commits one step.
-    bool act(const std::string& name, const std::function<bool(StudioDocument&)>& body);
+    // The wrapper of every edit: runs body on the current document, commits
+    // one step named `name` when it answers true (replacing the last one for
+    // a like coalesce key), then refreshes the views either way.
+    bool act(const std::string& name, std::optional<std::string> coalesce,
+             const std::function<bool(StudioDocument&)>& body);
+    bool act(const std::string& name, const std::function<bool(StudioDocument&)>& body) {
+        return act(name, std::nullopt, body);
+    }
+    // Edits one layer in place as a step; with coalesce, repeated edits of the
+    // same layer and name within the window make one step.
+    void setLayer(const Uuid& id, const std::string& name, bool coalesce,
+                  const std::function<void(StudioLayer&)>& edit);
+    template <class T>
+    Binding<T> bindLayer(const Uuid& id, const std::string& name, std::function<T(const StudioLayer&)> get,
+                         std::function<void(StudioLayer&, const T&)> set, T fallback);
+    // A field of the layer's adjustment record, as the step "Adjust".
+    template <class T>
+    Binding<T> bindAdj(const Uuid& id, std::function<T(const AdjustmentSpec&)> get,
+                       std::function<void(AdjustmentSpec&, const T&)> set, T fallback);
+    template <class T>
+    Binding<T> bindAdj(const Uuid& id, T AdjustmentSpec::*field, T fallback);
+
+    // What a pixel tool may write now; unless quiet, a refusal is told in `status`.
+    std::optional<PixelTarget> pixelTarget(bool quiet);
+    // Ends a live preview, putting back the committed pixels.
+    void cancelLive();
+    // Makes a layer active (the Layers panel); no step.
+    void select(const Uuid& id);
     void undo();
     void redo();
+    void jumpHistory(int64_t index);
+    void takeSnapshot();
+    void restoreSnapshot(const Uuid& id);
+    // Combines the mask with the selection under op (or selectionMode) as the step `name`.
+    void setSelection(const SelectionTools::Mask& mask, const std::string& name,
+                      std::optional<SelectionOp> op = std::nullopt);
+    // The picture the wand reads: the active layer's pixels, or the whole
+    // picture with sampleAllLayers or a layer without pixels.
+    RGBABufferPtr selectionSource() const;
+
+    // Layer commands, each one history step; with nothing to act on they do nothing.
+    void addLayer();
+    void addAdjustment(AdjustmentType type);
+    void addFill(FillKind kind);
+    void addGroup();
+    void ungroup();
+    void duplicateLayer();
+    void deleteLayer(std::optional<Uuid> id = std::nullopt);
+    void moveLayer(bool up);
+    void mergeDown();
+    void flatten();
+    void stampVisible();
+    void rasterize();
+    void addMask(NewMask kind);
+    void deleteMask();
+    void applyMask();
+    void invertMask();
+    void toggleVisible(const Uuid& id);
+    void toggleLock(const Uuid& id);
+    void toggleClip(std::optional<Uuid> id = std::nullopt);
+    void rename(const Uuid& id, const std::string& name);
+    void toggleMaskEnabled();
+
+    // Selection commands.
+    void selectAll();
+    void deselect();
+    void invertSelection();
+    void selectLayerShape();
+    void selectMaskArea();
+    // kind: "feather", "grow", "shrink", "smooth" or anything else for a border.
+    void refineSelection(const std::string& kind, double amount);
+    // The magic wand's click at a canvas pixel, with the options bar's
+    // settings; op is what the held keys ask for, selectionMode without one.
+    void magicWandClick(int64_t x, int64_t y, std::optional<SelectionOp> op = std::nullopt);
 
     void loadToolSettings();
     void saveToolSettings();
@@ -182,6 +270,41 @@ private:
     std::vector<std::pair<int, std::function<void()>>> observers_;
     int nextObserver_ = 1;
 };
+
+template <class T>
+Binding<T> StudioModel::bindLayer(const Uuid& id, const std::string& name,
+                                  std::function<T(const StudioLayer&)> get,
+                                  std::function<void(StudioLayer&, const T&)> set, T fallback) {
+    Binding<T> b;
+    b.get = [this, id, get, fallback]() -> T {
+        auto* d = doc();
+        const StudioLayer* l = d ? d->find(id) : nullptr;
+        return l ? get(*l) : fallback;
+    };
+    b.set = [this, id, name, set](const T& value) {
+        setLayer(id, name, true, [&](StudioLayer& l) { set(l, value); });
+    };
+    return b;
+}
+
+template <class T>
+Binding<T> StudioModel::bindAdj(const Uuid& id, std::function<T(const AdjustmentSpec&)> get,
+                                std::function<void(AdjustmentSpec&, const T&)> set, T fallback) {
+    return bindLayer<T>(
+        id, "Adjust",
+        [get, fallback](const StudioLayer& l) { return l.adjustment ? get(*l.adjustment) : fallback; },
+        [set](StudioLayer& l, const T& value) {
+            if (l.adjustment) set(*l.adjustment, value);
+        },
+        fallback);
+}
+
+template <class T>
+Binding<T> StudioModel::bindAdj(const Uuid& id, T AdjustmentSpec::*field, T fallback) {
+    return bindAdj<T>(
+        id, [field](const AdjustmentSpec& a) { return a.*field; },
+        [field](AdjustmentSpec& a, const T& value) { a.*field = value; }, fallback);
+}
 
 // The session's display name for a file: its last component without extension.
 std::string displayName(const std::filesystem::path& url);

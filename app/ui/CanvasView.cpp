@@ -3,10 +3,12 @@
 #include "app/model/CanvasZoom.h"
 #include "engine/render/StudioRenderer.h"
 
+#include <QGraphicsPathItem>
 #include <QGraphicsPixmapItem>
 #include <QGraphicsRectItem>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QTimer>
 #include <QWheelEvent>
 #include <algorithm>
 #include <array>
@@ -23,6 +25,36 @@ QPixmap checkerPixmap(int cell) {
     painter.fillRect(0, 0, cell, cell, grey);
     painter.fillRect(cell, cell, cell, cell, grey);
     return pattern;
+}
+
+QPainterPath painterPath(const Path& path) {
+    QPainterPath out;
+    const auto& pts = path.points();
+    size_t p = 0;
+    for (Path::Verb verb : path.verbs()) {
+        switch (verb) {
+        case Path::Verb::move:
+            out.moveTo(pts[p].x, pts[p].y);
+            p += 1;
+            break;
+        case Path::Verb::line:
+            out.lineTo(pts[p].x, pts[p].y);
+            p += 1;
+            break;
+        case Path::Verb::quad:
+            out.quadTo(pts[p].x, pts[p].y, pts[p + 1].x, pts[p + 1].y);
+            p += 2;
+            break;
+        case Path::Verb::cubic:
+            out.cubicTo(pts[p].x, pts[p].y, pts[p + 1].x, pts[p + 1].y, pts[p + 2].x, pts[p + 2].y);
+            p += 3;
+            break;
+        case Path::Verb::close:
+            out.closeSubpath();
+            break;
+        }
+    }
+    return out;
 }
 
 QPixmap tilePixmap(const RGBABuffer& image) {
@@ -52,6 +84,44 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     checker_ = new QGraphicsRectItem(docItem_);
     checker_->setPen(Qt::NoPen);
     docItem_->setVisible(false);
+
+    // Ants: a light line under a dark dashed one whose dashes move.
+    antsLight_ = scene_.addPath(QPainterPath(), QPen(QColor(255, 255, 255), 0));
+    QPen dark(QColor(0, 0, 0), 0);
+    dark.setDashPattern({4, 4});
+    antsDark_ = scene_.addPath(QPainterPath(), dark);
+    for (auto* item : {antsLight_, antsDark_}) {
+        item->setZValue(10);
+        item->setVisible(false);
+    }
+    antsTimer_ = new QTimer(this);
+    antsTimer_->setInterval(120);
+    connect(antsTimer_, &QTimer::timeout, this, [this] {
+        antsPhase_ = (antsPhase_ + 1) % 8;
+        QPen pen = antsDark_->pen();
+        pen.setDashOffset(antsPhase_);
+        antsDark_->setPen(pen);
+    });
+}
+
+void CanvasView::updateSelectionOutline() {
+    const StudioDocument* doc = session_ ? session_->doc.get() : nullptr;
+    const SelectionRef selection = doc ? doc->selection : nullptr;
+    if (selection != shownSelection_) {
+        shownSelection_ = selection;
+        const QPainterPath path = selection ? painterPath(selection->outline()) : QPainterPath();
+        antsLight_->setPath(path);
+        antsDark_->setPath(path);
+    }
+    const bool visible = selection != nullptr;
+    antsLight_->setVisible(visible);
+    antsDark_->setVisible(visible);
+    if (visible && !antsTimer_->isActive()) antsTimer_->start();
+    if (!visible) antsTimer_->stop();
+}
+
+QPointF CanvasView::toPicture(const QPointF& view) const {
+    return viewTransform().inverted().map(view);
 }
 
 void CanvasView::showSession(DocSession& session) {
@@ -60,6 +130,7 @@ void CanvasView::showSession(DocSession& session) {
     // A hidden view has no size of its own yet: the fit waits for the first showing.
     if (session.needsFit && isVisible()) fit();
     applyViewTransform();
+    updateSelectionOutline();
 }
 
 void CanvasView::clear() {
@@ -68,10 +139,12 @@ void CanvasView::clear() {
         delete item;
     tiles_.clear();
     docItem_->setVisible(false);
+    updateSelectionOutline();
 }
 
 void CanvasView::refresh() {
     flush();
+    updateSelectionOutline();
 }
 
 void CanvasView::rebuildTiles() {
@@ -131,6 +204,8 @@ void CanvasView::applyViewTransform() {
                       QPointF(std::round(b.x()), std::round(b.y())));
     };
     const StudioDocument& doc = *session_->doc;
+    antsLight_->setTransform(t);
+    antsDark_->setTransform(t);
     const QRectF page = snapped(doc.grid.bounds());
     checker_->setRect(page);
     shadow_->setRect(page.translated(0, 5).adjusted(-4, -4, 4, 4));
@@ -209,6 +284,20 @@ void CanvasView::wheelEvent(QWheelEvent* event) {
 
 void CanvasView::mousePressEvent(QMouseEvent* event) {
     if (!session_) return;
+    if (model_.tool == Tool::magicWand && event->button() == Qt::LeftButton) {
+        const QPointF p = toPicture(event->position());
+        // Shift adds, Alt takes away, both keep only the overlap.
+        const auto mods = event->modifiers();
+        std::optional<SelectionOp> op;
+        if ((mods & Qt::ShiftModifier) && (mods & Qt::AltModifier))
+            op = SelectionOp::intersect;
+        else if (mods & Qt::ShiftModifier)
+            op = SelectionOp::add;
+        else if (mods & Qt::AltModifier)
+            op = SelectionOp::subtract;
+        model_.magicWandClick(int64_t(std::floor(p.x())), int64_t(std::floor(p.y())), op);
+        return;
+    }
     panning_ = true;
     lastDrag_ = event->position();
     viewport()->setCursor(Qt::ClosedHandCursor);

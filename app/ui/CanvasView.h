@@ -2,14 +2,17 @@
 // Shows the current document: one pixmap item per grid tile, each placed by
 // the view transform, over a checker for transparency.
 // Only dirty tiles are rendered and swapped. Wheel zooms around the pointer,
-// a drag pans.
+// a drag pans; with the magic wand a click selects. The selection's outline
+// is drawn as marching ants of constant width at any zoom.
 #include "app/model/StudioModel.h"
 
 #include <QGraphicsView>
 #include <vector>
 
+class QGraphicsPathItem;
 class QGraphicsPixmapItem;
 class QGraphicsRectItem;
+class QTimer;
 
 namespace korv {
 
@@ -39,6 +42,9 @@ protected:
 
 private:
     void rebuildTiles();
+    void updateSelectionOutline();
+    // The picture pixel under a view point.
+    QPointF toPicture(const QPointF& view) const;
     void applyViewTransform();
     QTransform viewTransform() const;
 
@@ -48,6 +54,12 @@ private:
     QGraphicsRectItem* shadow_ = nullptr;
     QGraphicsRectItem* checker_ = nullptr;
     std::vector<QGraphicsPixmapItem*> tiles_;
+    QGraphicsPathItem* antsLight_ = nullptr;
+    QGraphicsPathItem* antsDark_ = nullptr;
+    QTimer* antsTimer_ = nullptr;
+    // Held so that a new selection can never reuse the shown one's address.
+    SelectionRef shownSelection_;
+    int antsPhase_ = 0;
     DocSession* session_ = nullptr;
     bool panning_ = false;
     QPointF lastDrag_;

@@ -4,6 +4,7 @@
 #include "app/ui/CanvasView.h"
 #include "app/ui/MainWindow.h"
 #include "app/ui/QtHost.h"
+#include "engine/core/Selection.h"
 #include "engine/document/SampleDocument.h"
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/PhotoExport.h"
@@ -11,7 +12,9 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QDockWidget>
 #include <QElapsedTimer>
+#include <QMouseEvent>
 #include <QTemporaryDir>
 #include <cinttypes>
 #include <cstdio>
@@ -88,6 +91,33 @@ int runSelfTest() {
         if (!passed)
             std::printf("     canvas %d,%d,%d, picture %d,%d,%d (%dx%d)\n", centre.red(), centre.green(),
                         centre.blue(), pixel[0], pixel[1], pixel[2], shot.width(), shot.height());
+
+        // The menus, the panels and the wand reach the document.
+        const auto layerCount = reader.doc()->rows().size();
+        for (QAction* action : window.findChildren<QAction*>())
+            if (action->text() == "Duplicate Layer") action->trigger();
+        settle();
+        passed &= check(reader.doc()->rows().size() == layerCount + 1 &&
+                            reader.doc()->undoName() == std::optional<std::string>("Duplicate Layer"),
+                        "Layer → Duplicate Layer adds a layer as one step");
+        auto* layersPanel = window.findChild<QDockWidget*>("layers");
+        auto* historyPanel = window.findChild<QDockWidget*>("history");
+        passed &= check(layersPanel && historyPanel && layersPanel->isVisible() && historyPanel->isVisible(),
+                        "the Layers and History panels show");
+        reader.setTool(Tool::magicWand);
+        auto* viewport = window.canvas().viewport();
+        const QPointF middle(viewport->width() / 2.0, viewport->height() / 2.0);
+        QMouseEvent press(QEvent::MouseButtonPress, middle, viewport->mapToGlobal(middle), Qt::LeftButton,
+                          Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(viewport, &press);
+        settle();
+        passed &= check(reader.doc()->selection &&
+                            reader.doc()->undoName() == std::optional<std::string>("Magic Wand"),
+                        "a magic wand click on the canvas selects");
+        reader.undo();
+        reader.undo();
+        passed &= check(!reader.doc()->selection && reader.doc()->rows().size() == layerCount,
+                        "undo takes both steps back");
     }
     AppFolders::setBaseOverride(std::nullopt);
     std::printf("%s\n", passed ? "selftest passed" : "selftest FAILED");
@@ -111,6 +141,19 @@ int writeSnapshots(const std::string& folderName) {
         model.add(std::make_shared<DocSession>(makeSampleDocument(1600, 1000), "Sample"));
         settle();
         ok &= window.grab().save(QString::fromStdString((folder / "main-window.png").string()));
+
+        // A masked layer with a selection, as the panels and the ants show them.
+        model.act("Ellipse Select", [](StudioDocument& d) {
+            Path oval;
+            oval.addEllipse(Rect{300, 200, 800, 500});
+            d.setSelection(Selection::make(oval, SelectionOp::replace, nullptr, d.width(), d.height(), true));
+            return true;
+        });
+        model.refineSelection("feather", 12);
+        model.addMask(NewMask::revealSelection);
+        model.duplicateLayer();
+        settle();
+        ok &= window.grab().save(QString::fromStdString((folder / "layers-and-selection.png").string()));
 
         window.canvas().actualPixels();
         window.canvas().zoomStep(true);

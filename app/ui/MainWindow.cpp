@@ -1,10 +1,14 @@
 #include "app/ui/MainWindow.h"
 
 #include "app/ui/CanvasView.h"
+#include "app/ui/HistoryPanel.h"
+#include "app/ui/LayersPanel.h"
 #include "app/ui/QtHost.h"
 #include "app/ui/Sheets.h"
 
+#include <QActionGroup>
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -13,9 +17,11 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPalette>
+#include <QSpinBox>
 #include <QStatusBar>
 #include <QStyleFactory>
 #include <QTimer>
+#include <QToolBar>
 
 namespace korv {
 
@@ -66,6 +72,13 @@ MainWindow::MainWindow(StudioModel& model, QtHost& host)
     if (auto* session = model_.current()) canvas_->showSession(*session);
     host_.setWindow(this);
     buildMenus();
+    buildToolBars();
+    auto* history = new HistoryPanel(model_, this);
+    auto* layers = new LayersPanel(model_, this);
+    addDockWidget(Qt::RightDockWidgetArea, history);
+    addDockWidget(Qt::RightDockWidgetArea, layers);
+    resizeDocks({history, layers}, {280, 520}, Qt::Vertical);
+    resizeDocks({layers}, {330}, Qt::Horizontal);
     observer_ = model_.observe([this] { sync(); });
     sync();
 }
@@ -109,11 +122,142 @@ void MainWindow::buildMenus() {
     undo_ = add(edit, "Undo", QKeySequence::Undo, [this] { model_.undo(); });
     redo_ = add(edit, "Redo", QKeySequence("Ctrl+Shift+Z"), [this] { model_.redo(); });
 
+    edit->addSeparator();
+    add(edit, "Take History Snapshot", {}, [this] { model_.takeSnapshot(); });
+
+    buildLayerMenus();
+
     auto* view = menuBar()->addMenu("&View");
     add(view, "Zoom In", QKeySequence::ZoomIn, [this] { canvas_->zoomStep(true); });
     add(view, "Zoom Out", QKeySequence::ZoomOut, [this] { canvas_->zoomStep(false); });
     add(view, "Fit on Screen", QKeySequence("Ctrl+0"), [this] { canvas_->fit(); });
     add(view, "Actual Pixels", QKeySequence("Ctrl+1"), [this] { canvas_->actualPixels(); });
+}
+
+void MainWindow::buildLayerMenus() {
+    auto add = [this](QMenu* menu, const QString& title, QKeySequence keys, std::function<void()> action) {
+        auto* item = menu->addAction(title);
+        if (!keys.isEmpty()) item->setShortcut(keys);
+        connect(item, &QAction::triggered, this, [action = std::move(action)] { action(); });
+        return item;
+    };
+    auto refine = [this](const char* kind) {
+        return [this, kind] {
+            if (model_.doc()) model_.setSheet(Sheet{Sheet::Kind::refine, kind});
+        };
+    };
+
+    auto* select = menuBar()->addMenu("&Select");
+    add(select, "Select All", QKeySequence::SelectAll, [this] { model_.selectAll(); });
+    add(select, "Deselect", QKeySequence("Ctrl+D"), [this] { model_.deselect(); });
+    add(select, "Invert", QKeySequence("Ctrl+Shift+I"), [this] { model_.invertSelection(); });
+    select->addSeparator();
+    add(select, "Feather…", QKeySequence("Ctrl+Alt+F"), refine("feather"));
+    add(select, "Grow…", {}, refine("grow"));
+    add(select, "Shrink…", {}, refine("shrink"));
+    add(select, "Smooth…", {}, refine("smooth"));
+    add(select, "Border…", {}, refine("border"));
+    select->addSeparator();
+    add(select, "Select Layer Shape", {}, [this] { model_.selectLayerShape(); });
+    add(select, "Select Mask Area", {}, [this] { model_.selectMaskArea(); });
+
+    auto* image = menuBar()->addMenu("&Image");
+    auto* adjustments = image->addMenu("New Adjustment Layer");
+    for (int i = 0; i < kAdjustmentTypeCount; ++i)
+        add(adjustments, QString::fromUtf8(displayName(AdjustmentType(i)).data()), {},
+            [this, i] { model_.addAdjustment(AdjustmentType(i)); });
+    image->addSeparator();
+    add(image, "Flatten Image", {}, [this] { model_.flatten(); });
+
+    auto* layer = menuBar()->addMenu("&Layer");
+    add(layer, "New Layer", QKeySequence("Ctrl+Shift+N"), [this] { model_.addLayer(); });
+    auto* fills = layer->addMenu("New Fill Layer");
+    const std::pair<const char*, FillKind> fillKinds[] = {{"Solid Color", FillKind::solid},
+                                                          {"Linear Gradient", FillKind::linearGradient},
+                                                          {"Radial Gradient", FillKind::radialGradient},
+                                                          {"Pattern", FillKind::pattern}};
+    for (const auto& [title, kind] : fillKinds)
+        add(fills, title, {}, [this, kind = kind] { model_.addFill(kind); });
+    add(layer, "Duplicate Layer", QKeySequence("Ctrl+J"), [this] { model_.duplicateLayer(); });
+    add(layer, "Delete Layer", {}, [this] { model_.deleteLayer(); });
+    layer->addSeparator();
+    add(layer, "Group Layer", QKeySequence("Ctrl+G"), [this] { model_.addGroup(); });
+    add(layer, "Ungroup", QKeySequence("Ctrl+Shift+G"), [this] { model_.ungroup(); });
+    add(layer, "Move Layer Up", QKeySequence("Ctrl+]"), [this] { model_.moveLayer(true); });
+    add(layer, "Move Layer Down", QKeySequence("Ctrl+["), [this] { model_.moveLayer(false); });
+    layer->addSeparator();
+    auto* masks = layer->addMenu("Layer Mask");
+    const std::pair<const char*, NewMask> maskKinds[] = {{"Reveal All", NewMask::revealAll},
+                                                         {"Hide All", NewMask::hideAll},
+                                                         {"Reveal Selection", NewMask::revealSelection},
+                                                         {"Hide Selection", NewMask::hideSelection}};
+    for (const auto& [title, kind] : maskKinds)
+        add(masks, title, {}, [this, kind = kind] { model_.addMask(kind); });
+    masks->addSeparator();
+    add(masks, "Invert Mask", {}, [this] { model_.invertMask(); });
+    add(masks, "Mask On / Off", {}, [this] { model_.toggleMaskEnabled(); });
+    add(masks, "Apply Mask", {}, [this] { model_.applyMask(); });
+    add(masks, "Delete Mask", {}, [this] { model_.deleteMask(); });
+    add(layer, "Create / Release Clipping Mask", QKeySequence("Ctrl+Alt+G"), [this] { model_.toggleClip(); });
+    layer->addSeparator();
+    add(layer, "Rasterize Layer", {}, [this] { model_.rasterize(); });
+    add(layer, "Merge Down", QKeySequence("Ctrl+E"), [this] { model_.mergeDown(); });
+    add(layer, "Stamp Visible (new merged layer)", QKeySequence("Ctrl+Alt+Shift+E"),
+        [this] { model_.stampVisible(); });
+}
+
+void MainWindow::buildToolBars() {
+    auto* palette = new QToolBar("Tools", this);
+    palette->setObjectName("tools");
+    palette->setMovable(false);
+    addToolBar(Qt::LeftToolBarArea, palette);
+    tools_ = new QActionGroup(this);
+    for (Tool t : {Tool::move, Tool::magicWand}) {
+        auto* action = palette->addAction(QString::fromUtf8(displayName(t).data()));
+        action->setCheckable(true);
+        action->setToolTip(QString::fromUtf8(displayName(t).data()) + " — " +
+                           QString::fromUtf8(tip(t).data()));
+        action->setData(int(t));
+        tools_->addAction(action);
+        connect(action, &QAction::triggered, this, [this, t] {
+            model_.setTool(t);
+            model_.setStatus(std::string(tip(t)));
+        });
+    }
+
+    wandOptions_ = new QToolBar("Options", this);
+    wandOptions_->setObjectName("options");
+    wandOptions_->setMovable(false);
+    addToolBar(Qt::TopToolBarArea, wandOptions_);
+    modes_ = new QActionGroup(this);
+    const std::pair<const char*, SelectionOp> modes[] = {{"New selection", SelectionOp::replace},
+                                                         {"Add (or hold Shift)", SelectionOp::add},
+                                                         {"Subtract (or hold Alt)", SelectionOp::subtract},
+                                                         {"Intersect", SelectionOp::intersect}};
+    const char* modeLabels[] = {"New", "Add", "Subtract", "Intersect"};
+    int i = 0;
+    for (const auto& [help, op] : modes) {
+        auto* action = wandOptions_->addAction(modeLabels[i++]);
+        action->setToolTip(help);
+        action->setCheckable(true);
+        modes_->addAction(action);
+        connect(action, &QAction::triggered, this, [this, op = op] {
+            model_.selectionMode = op;
+            model_.notify();
+        });
+    }
+    wandOptions_->addSeparator();
+    wandOptions_->addWidget(new QLabel(" Tolerance "));
+    tolerance_ = new QSpinBox;
+    tolerance_->setRange(0, 255);
+    wandOptions_->addWidget(tolerance_);
+    connect(tolerance_, &QSpinBox::valueChanged, this, [this](int v) { model_.wandTolerance = v; });
+    contiguous_ = new QCheckBox("Contiguous");
+    wandOptions_->addWidget(contiguous_);
+    connect(contiguous_, &QCheckBox::toggled, this, [this](bool on) { model_.wandContiguous = on; });
+    allLayers_ = new QCheckBox("All layers");
+    wandOptions_->addWidget(allLayers_);
+    connect(allLayers_, &QCheckBox::toggled, this, [this](bool on) { model_.sampleAllLayers = on; });
 }
 
 void MainWindow::rebuildRecentMenu() {
@@ -143,6 +287,13 @@ void MainWindow::sync() {
     const auto redoName = doc ? doc->redoName() : std::nullopt;
     undo_->setText(undoName && doc->canUndo() ? "Undo " + QString::fromStdString(*undoName) : "Undo");
     redo_->setText(redoName && doc->canRedo() ? "Redo " + QString::fromStdString(*redoName) : "Redo");
+    for (QAction* action : tools_->actions())
+        action->setChecked(action->data().toInt() == int(model_.tool));
+    wandOptions_->setVisible(model_.tool == Tool::magicWand);
+    modes_->actions().at(int(model_.selectionMode))->setChecked(true);
+    tolerance_->setValue(int(std::lround(model_.wandTolerance)));
+    contiguous_->setChecked(model_.wandContiguous);
+    allLayers_->setChecked(model_.sampleAllLayers);
     if (model_.busy) {
         busyOverlay_->setText(QString::fromStdString(*model_.busy));
         busyOverlay_->setGeometry(rect());
@@ -173,6 +324,8 @@ void MainWindow::presentAlertAndSheet() {
             NewPictureDialog(model_, this).exec();
         } else if (sheet.kind == Sheet::Kind::exportPicture) {
             ExportDialog(model_, this).exec();
+        } else if (sheet.kind == Sheet::Kind::refine) {
+            RefineDialog(model_, sheet.argument, this).exec();
         } else if (sheet.kind == Sheet::Kind::recovery) {
             if (!model_.pendingRecovery().empty())
                 RecoveryDialog(model_, this).exec();

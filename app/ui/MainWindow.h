@@ -8,6 +8,10 @@
 class QLabel;
 class QMenu;
 class QAction;
+class QActionGroup;
+class QCheckBox;
+class QSpinBox;
+class QToolBar;
 
 namespace korv {
 
@@ -32,6 +36,9 @@ protected:
 
 private:
     void buildMenus();
+    void buildLayerMenus();
+    // The tools that work so far, and the options of the chosen one.
+    void buildToolBars();
     void rebuildRecentMenu();
     void sync();
     void presentAlertAndSheet();
@@ -46,6 +53,12 @@ private:
     QMenu* recentMenu_ = nullptr;
     QAction* undo_ = nullptr;
     QAction* redo_ = nullptr;
+    QToolBar* wandOptions_ = nullptr;
+    QActionGroup* tools_ = nullptr;
+    QActionGroup* modes_ = nullptr;
+    QSpinBox* tolerance_ = nullptr;
+    QCheckBox* contiguous_ = nullptr;
+    QCheckBox* allLayers_ = nullptr;
     int observer_ = 0;
     std::optional<Uuid> shownAlert_;
     bool presenting_ = false;

@@ -7,11 +7,13 @@
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
 #include <QListWidget>
 #include <QLocale>
 #include <QPushButton>
+#include <QSlider>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
@@ -50,6 +52,34 @@ NewPictureDialog::NewPictureDialog(StudioModel& model, QWidget* parent) : QDialo
         if (background->currentIndex() == 1) colour = PaintColor::black();
         model.newDocument(width->value(), height->value(), dpi->value(), colour);
         accept();
+    });
+}
+
+RefineDialog::RefineDialog(StudioModel& model, const std::string& kind, QWidget* parent) : QDialog(parent) {
+    QString title = QString::fromStdString(kind);
+    if (!title.isEmpty()) title[0] = title[0].toUpper();
+    setWindowTitle(title + " Selection");
+    auto* amount = new QSlider(Qt::Horizontal);
+    amount->setRange(1, 200);
+    amount->setValue(kind == "border" ? 10 : 5);
+    auto* readout = new QLabel;
+    auto show = [readout](int v) { readout->setText(QString("%1 px").arg(v)); };
+    show(amount->value());
+    connect(amount, &QSlider::valueChanged, this, show);
+    auto* row = new QHBoxLayout;
+    row->addWidget(new QLabel(kind == "smooth" ? "Smoothness" : "Pixels"));
+    row->addWidget(amount, 1);
+    row->addWidget(readout);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    buttons->button(QDialogButtonBox::Ok)->setText("Apply");
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(row);
+    layout->addWidget(buttons);
+    resize(380, sizeHint().height());
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
+        accept();
+        model.refineSelection(kind, amount->value());
     });
 }
 

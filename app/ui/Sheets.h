@@ -21,6 +21,12 @@ public:
     ExportDialog(StudioModel& model, QWidget* parent);
 };
 
+// Feather, grow, shrink, smooth or border the selection by an amount of 1 to 200.
+class RefineDialog : public QDialog {
+public:
+    RefineDialog(StudioModel& model, const std::string& kind, QWidget* parent);
+};
+
 // Each pending copy with its preview, size, layers and date: recover or discard.
 class RecoveryDialog : public QDialog {
 public:

@@ -1,0 +1,47 @@
+#pragma once
+// The layer list beside the canvas: the rows of the tree, top first, with
+// their switches, the active layer's mode and opacities, and the buttons of
+// the layer commands. Every change goes through the model as one step.
+#include "app/model/StudioModel.h"
+
+#include <QDockWidget>
+#include <map>
+
+class QComboBox;
+class QSlider;
+class QLabel;
+class QVBoxLayout;
+class QWidget;
+
+namespace korv {
+
+class LayersPanel : public QDockWidget {
+public:
+    LayersPanel(StudioModel& model, QWidget* parent);
+    ~LayersPanel() override;
+
+private:
+    void sync();
+    void rebuildRows();
+    QWidget* makeRow(const LayerRow& row, bool active);
+    void showRowMenu(const LayerRow& row, const QPoint& at);
+    QPixmap thumbnail(const StudioLayer& layer, bool mask);
+
+    StudioModel& model_;
+    int observer_ = 0;
+    QComboBox* blend_;
+    QSlider* opacity_;
+    QSlider* fillOpacity_;
+    QLabel* fillLabel_;
+    QWidget* rowsHost_;
+    QVBoxLayout* rowsLayout_;
+    // What the rows showed last, so a notification that changed nothing in
+    // the tree rebuilds nothing.
+    std::string shownSignature_;
+    // Thumbnails by layer id, mask flag and version; dropped with each rebuild
+    // of anything they no longer match.
+    std::map<std::string, QPixmap> thumbnails_;
+    bool syncing_ = false;
+};
+
+} // namespace korv
