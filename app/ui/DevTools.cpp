@@ -152,6 +152,7 @@ int writeSnapshots(const std::string& folderName) {
         model.refineSelection("feather", 12);
         model.addMask(NewMask::revealSelection);
         model.duplicateLayer();
+        model.setTool(Tool::magicWand);
         settle();
         ok &= window.grab().save(QString::fromStdString((folder / "layers-and-selection.png").string()));
 
