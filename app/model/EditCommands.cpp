@@ -1,6 +1,7 @@
 // The editing side of StudioModel: the wrapper that turns an edit into one
 // history step, the panel bindings, the history commands and the layer and
 // selection commands of the menus and panels.
+#include "app/model/Quoting.h"
 #include "app/model/StudioModel.h"
 #include "engine/core/Selection.h"
 #include "engine/render/StudioRenderer.h"
@@ -12,10 +13,6 @@
 
 namespace korv {
 namespace {
-
-std::string inQuotes(const std::string& text) {
-    return "\u201C" + text + "\u201D";
-}
 
 // How a refusal names a layer that pixel tools can't write.
 const char* kindPhrase(StudioLayerKind kind) {

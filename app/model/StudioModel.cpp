@@ -1,5 +1,6 @@
 #include "app/model/StudioModel.h"
 
+#include "app/model/Quoting.h"
 #include "engine/core/Constants.h"
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/ExportError.h"
@@ -21,10 +22,6 @@ namespace {
 
 constexpr std::array<const char*, 8> kRetouchKinds{"clone", "heal",   "spotHeal", "dodge",
                                                    "burn",  "sponge", "blur",     "sharpen"};
-
-std::string inQuotes(const std::string& text) {
-    return "\u201C" + text + "\u201D";
-}
 
 // Throws with a sentence for the user.
 std::vector<uint8_t> readFile(const std::filesystem::path& path) {

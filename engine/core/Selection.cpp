@@ -98,25 +98,7 @@ SelectionRef Selection::make(const Path& path, SelectionOp op, const SelectionRe
         // Both shapes are shown as they are: no boolean operation on the outlines.
         outline = existing->outline_;
         outline.addPath(path);
-        const uint8_t* e = existing->data();
-        uint8_t* n = plane.data();
-        const size_t count = plane.size();
-        switch (op) {
-        case SelectionOp::add:
-            for (size_t i = 0; i < count; ++i)
-                n[i] = std::max(e[i], n[i]);
-            break;
-        case SelectionOp::subtract:
-            for (size_t i = 0; i < count; ++i)
-                n[i] = mulBytes(e[i], uint8_t(255 - n[i]));
-            break;
-        case SelectionOp::intersect:
-            for (size_t i = 0; i < count; ++i)
-                n[i] = mulBytes(e[i], n[i]);
-            break;
-        case SelectionOp::replace:
-            break;
-        }
+        combine(plane.data(), existing->data(), plane.size(), op);
     } else {
         outline = path;
     }
@@ -133,6 +115,25 @@ SelectionRef Selection::fromMask(const std::vector<uint8_t>& mask, int64_t width
 SelectionRef Selection::fromMask(std::vector<uint8_t>&& mask, int64_t width, int64_t height, Path outline) {
     if (mask.size() != areaOf(width, height)) return nullptr;
     return unlessEmpty(width, height, std::move(mask), std::move(outline));
+}
+
+void Selection::combine(uint8_t* n, const uint8_t* e, size_t count, SelectionOp op) {
+    switch (op) {
+    case SelectionOp::add:
+        for (size_t i = 0; i < count; ++i)
+            n[i] = std::max(e[i], n[i]);
+        break;
+    case SelectionOp::subtract:
+        for (size_t i = 0; i < count; ++i)
+            n[i] = mulBytes(e[i], uint8_t(255 - n[i]));
+        break;
+    case SelectionOp::intersect:
+        for (size_t i = 0; i < count; ++i)
+            n[i] = mulBytes(e[i], n[i]);
+        break;
+    case SelectionOp::replace:
+        break;
+    }
 }
 
 SelectionRef Selection::all(int64_t width, int64_t height) {

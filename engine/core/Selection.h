@@ -44,6 +44,9 @@ public:
     // The same with an outline traced by the caller; the mask is taken over.
     static SelectionRef fromMask(std::vector<uint8_t>&& mask, int64_t width, int64_t height, Path outline);
     static SelectionRef all(int64_t width, int64_t height);
+    // New coverage combined in place with existing coverage of the same
+    // length: max for add, the exact byte products for subtract and intersect.
+    static void combine(uint8_t* plane, const uint8_t* existing, size_t count, SelectionOp op);
 
     int64_t width() const { return width_; }
     int64_t height() const { return height_; }

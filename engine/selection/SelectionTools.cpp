@@ -151,25 +151,7 @@ SelectionRef selection(const Mask& mask, int64_t width, int64_t height, Selectio
     Mask bytes = mask;
     if (existing && op != SelectionOp::replace) {
         KORV_REQUIRE(existing->width() == width && existing->height() == height);
-        const uint8_t* e = existing->data();
-        uint8_t* n = bytes.data();
-        const size_t count = bytes.size();
-        switch (op) {
-        case SelectionOp::add:
-            for (size_t i = 0; i < count; ++i)
-                n[i] = std::max(e[i], n[i]);
-            break;
-        case SelectionOp::subtract:
-            for (size_t i = 0; i < count; ++i)
-                n[i] = mulBytes(e[i], uint8_t(255 - n[i]));
-            break;
-        case SelectionOp::intersect:
-            for (size_t i = 0; i < count; ++i)
-                n[i] = mulBytes(e[i], n[i]);
-            break;
-        case SelectionOp::replace:
-            break;
-        }
+        Selection::combine(bytes.data(), existing->data(), bytes.size(), op);
     }
     Path path = outline(bytes.data(), width, height);
     return Selection::fromMask(std::move(bytes), width, height, std::move(path));
