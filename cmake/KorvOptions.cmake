@@ -16,7 +16,9 @@ target_compile_options(korv_options INTERFACE
 
 if(KORV_SANITIZE)
   set(_korv_san -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
-  target_compile_options(korv_options INTERFACE ${_korv_san})
+  # -O1 and line tables only: the instrumented build compiles in less than
+  # half the time of -O3 -g, and reports still name functions and lines.
+  target_compile_options(korv_options INTERFACE ${_korv_san} -O1 -g1)
   target_link_options(korv_options INTERFACE ${_korv_san})
 endif()
 
