@@ -116,8 +116,12 @@ void CanvasView::updateSelectionOutline() {
     const bool visible = selection != nullptr;
     antsLight_->setVisible(visible);
     antsDark_->setVisible(visible);
-    if (visible && !antsTimer_->isActive()) antsTimer_->start();
-    if (!visible) antsTimer_->stop();
+    // Restroking a very long outline every step would take the canvas's
+    // time; such an outline stands still.
+    constexpr int kMaxMarchingElements = 100000;
+    const bool march = visible && antsDark_->path().elementCount() <= kMaxMarchingElements;
+    if (march && !antsTimer_->isActive()) antsTimer_->start();
+    if (!march) antsTimer_->stop();
 }
 
 QPointF CanvasView::toPicture(const QPointF& view) const {
