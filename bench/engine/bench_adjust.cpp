@@ -3,6 +3,7 @@
 // difference is what the two adjustments cost. Then each type alone over the
 // picture, each type's step on one tile, and the compiling of a program,
 // which happens once per plan.
+#include "PhotoLike.h"
 #include "engine/document/SampleDocument.h"
 #include "engine/render/AdjustmentProgram.h"
 #include "engine/render/StudioRenderer.h"
@@ -18,37 +19,10 @@ using namespace korv;
 
 constexpr int64_t kWidth = 4000, kHeight = 3000;
 
-uint8_t unit8(double v) {
-    return uint8_t(std::lround(std::clamp(v, 0.0, 1.0) * 255.0));
-}
-
-// Sky, hills and a warm patch with fine grain, so that every pixel differs
-// from its neighbours as in a photo and no table entry is favoured.
 StudioLayer photo(const TileGrid& grid) {
     StudioLayer l = StudioLayer::pixelLayer("Photo", grid);
-    const double w = double(grid.width), h = double(grid.height);
-    l.pixels = paintTiles(grid, [&](int64_t x, int64_t y) {
-        const double u = double(x) / w, v = double(y) / h;
-        uint64_t n = uint64_t(x) * 0x9E3779B97F4A7C15ull ^ uint64_t(y) * 0xC2B2AE3D27D4EB4Full;
-        n ^= n >> 29;
-        const double grain = double(n % 1024) / 1024.0 * 0.08 - 0.04;
-        const double ridge = 0.55 + 0.08 * std::sin(u * 11.0) + 0.03 * std::sin(u * 37.0);
-        double r, g, b;
-        if (v < ridge) {
-            r = 0.35 + 0.4 * v;
-            g = 0.5 + 0.3 * v;
-            b = 0.85 - 0.2 * v;
-        } else {
-            const double t = (v - ridge) / (1.0 - ridge);
-            r = 0.25 + 0.45 * t * u;
-            g = 0.4 - 0.15 * t + 0.1 * std::sin(u * 5.0);
-            b = 0.15 + 0.1 * t;
-        }
-        const double warm = std::exp(-((u - 0.7) * (u - 0.7) + (v - 0.3) * (v - 0.3)) * 40.0);
-        r += 0.5 * warm;
-        g += 0.2 * warm;
-        return Pixel4{unit8(r + grain), unit8(g + grain), unit8(b + grain), 255};
-    });
+    l.pixels = paintTiles(
+        grid, [&](int64_t x, int64_t y) { return bench::photoLikePixel(x, y, grid.width, grid.height); });
     l.freezeAll();
     return l;
 }

@@ -4,6 +4,7 @@
 // cv::dilate they stand on; and the selection (with its traced outline) made
 // from a wand's mask. Multi-threaded figures show wall time and the CPU time
 // of all threads.
+#include "PhotoLike.h"
 #include "engine/platform/StudioCI.h"
 #include "engine/selection/SelectionTools.h"
 
@@ -22,41 +23,12 @@ constexpr int64_t kWidth = 6000, kHeight = 4000;
 constexpr int64_t kClickX = 1500, kClickY = 600;
 constexpr int64_t kTolerance = 32;
 
-uint8_t unit8(double v) {
-    return uint8_t(std::lround(std::clamp(v, 0.0, 1.0) * 255.0));
-}
-
-// Sky over hills with a warm patch and fine grain, so neighbouring pixels
-// differ as in a photo and the wand's region has a ragged edge.
 const RGBABuffer& picture() {
     static const RGBABufferPtr buffer = [] {
         auto b = std::make_shared<RGBABuffer>(kWidth, kHeight, RGBABuffer::Uninitialized{});
-        const double w = double(kWidth), h = double(kHeight);
         for (int64_t y = 0; y < kHeight; ++y)
-            for (int64_t x = 0; x < kWidth; ++x) {
-                const double u = double(x) / w, v = double(y) / h;
-                uint64_t n = uint64_t(x) * 0x9E3779B97F4A7C15ull ^ uint64_t(y) * 0xC2B2AE3D27D4EB4Full;
-                n ^= n >> 29;
-                const double grain = double(n % 1024) / 1024.0 * 0.08 - 0.04;
-                const double ridge = 0.55 + 0.08 * std::sin(u * 11.0) + 0.03 * std::sin(u * 37.0);
-                double r, g, bl;
-                if (v < ridge) {
-                    r = 0.35 + 0.4 * v;
-                    g = 0.5 + 0.3 * v;
-                    bl = 0.85 - 0.2 * v;
-                } else {
-                    const double t = (v - ridge) / (1.0 - ridge);
-                    r = 0.25 + 0.45 * t * u;
-                    g = 0.4 - 0.15 * t + 0.1 * std::sin(u * 5.0);
-                    bl = 0.15 + 0.1 * t;
-                }
-                const double warm = std::exp(-((u - 0.7) * (u - 0.7) + (v - 0.3) * (v - 0.3)) * 40.0);
-                uint8_t* p = b->row(y) + x * 4;
-                p[0] = unit8(r + 0.5 * warm + grain);
-                p[1] = unit8(g + 0.2 * warm + grain);
-                p[2] = unit8(bl + grain);
-                p[3] = 255;
-            }
+            for (int64_t x = 0; x < kWidth; ++x)
+                b->setPixel(x, y, bench::photoLikePixel(x, y, kWidth, kHeight));
         return b;
     }();
     return *buffer;
