@@ -50,7 +50,7 @@ KORV_INLINE float lum(float r, float g, float b) {
 // Entry i of every table stands for i / 1023, worked in doubles.
 template <class F>
 std::vector<float> table(F f) {
-    std::vector<float> t(size_t(AdjustmentProgram::n));
+    std::vector<float> t(static_cast<size_t>(AdjustmentProgram::n));
     for (int64_t i = 0; i < AdjustmentProgram::n; ++i)
         t[size_t(i)] = float(unit(f(double(i) / double(AdjustmentProgram::n - 1))));
     return t;
