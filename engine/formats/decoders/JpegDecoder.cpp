@@ -2,6 +2,7 @@
 // grey, YCbCr and RGB straight into RGBA rows, CMYK and YCCK through their
 // profile. libjpeg reports errors by longjmp, so each call into it runs in a
 // stage function whose frame holds only plain data: the jump skips no destructor.
+#include "engine/formats/JpegErrors.h"
 #include "engine/formats/decoders/Decoders.h"
 #include "engine/formats/decoders/Decoding.h"
 
@@ -21,16 +22,6 @@ namespace {
 // A progressive file can ask for thousands of scans over the same
 // coefficients; real encoders write a dozen or so.
 constexpr int kMaxScans = 1000;
-
-struct ErrorManager {
-    jpeg_error_mgr mgr;
-    jmp_buf jump;
-};
-
-void onError(j_common_ptr cinfo) {
-    std::longjmp(reinterpret_cast<ErrorManager*>(cinfo->err)->jump, 1);
-}
-void onMessage(j_common_ptr, int) {}
 
 struct Source {
     jpeg_source_mgr mgr;
@@ -69,7 +60,7 @@ void onProgress(j_common_ptr cinfo) {
 // Lives in the calling C++ frame; the stages get a pointer to it.
 struct Session {
     jpeg_decompress_struct cinfo;
-    ErrorManager err;
+    jpeg::ErrorManager err;
     Source src;
     jpeg_progress_mgr progress;
     bool created = false;
@@ -86,9 +77,7 @@ struct Session {
 };
 
 bool readHeader(Session* s, const uint8_t* data, size_t size, long maxMemory) {
-    s->cinfo.err = jpeg_std_error(&s->err.mgr);
-    s->err.mgr.error_exit = onError;
-    s->err.mgr.emit_message = onMessage;
+    s->cinfo.err = jpeg::install(s->err);
     if (setjmp(s->err.jump)) return false;
     jpeg_create_decompress(&s->cinfo);
     s->created = true;

@@ -1,6 +1,7 @@
 // JPEG through libjpeg-turbo, straight from the picture's rows (the fourth
 // byte skipped). Errors longjmp out of libjpeg, so the calls run in a stage
 // function whose frame holds only plain data.
+#include "engine/formats/JpegErrors.h"
 #include "engine/formats/encoders/Encoders.h"
 
 #include <algorithm>
@@ -14,18 +15,9 @@ namespace korv::encoding {
 
 namespace {
 
-struct ErrorManager {
-    jpeg_error_mgr mgr;
-    jmp_buf jump;
-};
-void onError(j_common_ptr cinfo) {
-    std::longjmp(reinterpret_cast<ErrorManager*>(cinfo->err)->jump, 1);
-}
-void onMessage(j_common_ptr, int) {}
-
 struct Session {
     jpeg_compress_struct cinfo;
-    ErrorManager err;
+    jpeg::ErrorManager err;
     bool created = false;
     unsigned char* out = nullptr; // malloc'd by libjpeg's memory destination
     unsigned long outSize = 0;
@@ -40,9 +32,7 @@ struct Session {
 };
 
 bool compress(Session* s, const RGBABuffer* image, int quality, unsigned density) {
-    s->cinfo.err = jpeg_std_error(&s->err.mgr);
-    s->err.mgr.error_exit = onError;
-    s->err.mgr.emit_message = onMessage;
+    s->cinfo.err = jpeg::install(s->err);
     if (setjmp(s->err.jump)) return false;
     jpeg_create_compress(&s->cinfo);
     s->created = true;
