@@ -208,16 +208,19 @@ void LayersPanel::rebuildRows() {
     auto* doc = model_.doc();
     std::string signature = doc ? std::to_string(reinterpret_cast<uintptr_t>(doc)) : "none";
     std::vector<LayerRow> rows;
+    // Per row, the thumbnail keys of its content and of its mask (empty without one).
+    std::vector<std::pair<std::string, std::string>> keys;
     if (doc) {
         rows = doc->rows();
         signature += model_.editMask ? "m" : "-";
         if (doc->activeID) signature += doc->activeID->toString();
         for (const auto& r : rows) {
             const StudioLayer& l = r.layer;
-            signature += "|" + r.id.toString() + l.name + std::to_string(r.depth) +
-                         (l.isVisible ? "v" : "h") + (l.isLocked ? "l" : "u") + (l.isClipping ? "c" : "n") +
-                         (l.maskEnabled ? "e" : "d") + std::to_string(drawnIdentity(l, false)) + "/" +
-                         (l.mask ? std::to_string(drawnIdentity(l, true)) : "");
+            keys.emplace_back(r.id.toString() + "p" + std::to_string(drawnIdentity(l, false)),
+                              l.mask ? r.id.toString() + "m" + std::to_string(drawnIdentity(l, true)) : "");
+            signature += "|" + l.name + std::to_string(r.depth) + (l.isVisible ? "v" : "h") +
+                         (l.isLocked ? "l" : "u") + (l.isClipping ? "c" : "n") + (l.maskEnabled ? "e" : "d") +
+                         keys.back().first + "/" + keys.back().second;
         }
     }
     if (signature == shownSignature_) return;
@@ -233,15 +236,12 @@ void LayersPanel::rebuildRows() {
     }
     std::map<std::string, QPixmap> kept;
     if (doc) {
-        for (const auto& r : rows)
-            rowsLayout_->addWidget(makeRow(r, doc->activeID == r.id));
+        for (size_t i = 0; i < rows.size(); ++i)
+            rowsLayout_->addWidget(makeRow(rows[i], keys[i], doc->activeID == rows[i].id));
         // Only thumbnails of rows still shown survive the rebuild.
-        for (const auto& r : rows)
-            for (bool mask : {false, true}) {
-                const std::string key =
-                    r.id.toString() + (mask ? "m" : "p") + std::to_string(drawnIdentity(r.layer, mask));
-                if (auto it = thumbnails_.find(key); it != thumbnails_.end()) kept.insert(*it);
-            }
+        for (const auto& [pixelKey, maskKey] : keys)
+            for (const std::string* key : {&pixelKey, &maskKey})
+                if (auto it = thumbnails_.find(*key); it != thumbnails_.end()) kept.insert(*it);
     } else {
         auto* empty = new QLabel("Open a picture to see its layers.");
         empty->setWordWrap(true);
@@ -251,9 +251,7 @@ void LayersPanel::rebuildRows() {
     rowsLayout_->addStretch(1);
 }
 
-QPixmap LayersPanel::thumbnail(const StudioLayer& layer, bool mask) {
-    const std::string key =
-        layer.id.toString() + (mask ? "m" : "p") + std::to_string(drawnIdentity(layer, mask));
+QPixmap LayersPanel::thumbnail(const StudioLayer& layer, bool mask, const std::string& key) {
     if (auto it = thumbnails_.find(key); it != thumbnails_.end()) return it->second;
     auto* doc = model_.doc();
     QPixmap pixmap;
@@ -270,7 +268,8 @@ QPixmap LayersPanel::thumbnail(const StudioLayer& layer, bool mask) {
     return pixmap;
 }
 
-QWidget* LayersPanel::makeRow(const LayerRow& row, bool active) {
+QWidget* LayersPanel::makeRow(const LayerRow& row, const std::pair<std::string, std::string>& keys,
+                              bool active) {
     const StudioLayer& l = row.layer;
     const Uuid id = row.id;
     auto* w = new QWidget;
@@ -297,7 +296,7 @@ QWidget* LayersPanel::makeRow(const LayerRow& row, bool active) {
     thumb->setAlignment(Qt::AlignCenter);
     thumb->setStyleSheet(active && !model_.editMask ? "border: 2px solid rgb(64,128,230);"
                                                     : "border: 1px solid rgb(70,70,75);");
-    thumb->setPixmap(thumbnail(l, false));
+    thumb->setPixmap(thumbnail(l, false, keys.first));
     thumb->clicked = [this, id] {
         model_.select(id);
         model_.setEditMask(false);
@@ -310,7 +309,7 @@ QWidget* LayersPanel::makeRow(const LayerRow& row, bool active) {
         maskThumb->setToolTip("Layer mask — click to paint on it (black hides, white shows)");
         maskThumb->setStyleSheet(active && model_.editMask ? "border: 2px solid rgb(64,128,230);"
                                                            : "border: 1px solid rgb(70,70,75);");
-        maskThumb->setPixmap(thumbnail(l, true));
+        maskThumb->setPixmap(thumbnail(l, true, keys.second));
         maskThumb->clicked = [this, id] {
             model_.select(id);
             model_.setEditMask(true);

@@ -6,6 +6,8 @@
 
 #include <QDockWidget>
 #include <map>
+#include <string>
+#include <utility>
 
 class QComboBox;
 class QSlider;
@@ -23,9 +25,9 @@ public:
 private:
     void sync();
     void rebuildRows();
-    QWidget* makeRow(const LayerRow& row, bool active);
+    QWidget* makeRow(const LayerRow& row, const std::pair<std::string, std::string>& keys, bool active);
     void showRowMenu(const LayerRow& row, const QPoint& at);
-    QPixmap thumbnail(const StudioLayer& layer, bool mask);
+    QPixmap thumbnail(const StudioLayer& layer, bool mask, const std::string& key);
 
     StudioModel& model_;
     int observer_ = 0;
