@@ -1,10 +1,13 @@
 #pragma once
-// Test pictures of the shared corpus, read by path.
+// Test pictures of the corpus in tests/data/corpus/images, read by path.
+// A missing or unreadable file throws, so its test fails with the file's name
+// instead of crashing the suite.
 #include "engine/formats/ImageImport.h"
 
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,11 +19,24 @@ inline std::string picturePath(const std::string& name) {
 
 inline std::vector<uint8_t> readPicture(const std::string& name) {
     std::ifstream in(picturePath(name), std::ios::binary);
+    if (!in.good()) {
+        throw std::runtime_error("missing test picture " + picturePath(name));
+    }
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+// The decoder's answer, which may be nothing.
 inline std::optional<DecodedImage> decodePicture(const std::string& name) {
     return ImageImport::decode(readPicture(name));
+}
+
+// A picture the test needs decoded.
+inline DecodedImage openPicture(const std::string& name) {
+    auto decoded = decodePicture(name);
+    if (!decoded) {
+        throw std::runtime_error("test picture " + name + " did not decode");
+    }
+    return std::move(*decoded);
 }
 
 } // namespace korv::testing

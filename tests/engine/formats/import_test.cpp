@@ -10,6 +10,7 @@ namespace korv {
 namespace {
 
 using testing::decodePicture;
+using testing::openPicture;
 using testing::readPicture;
 
 struct Expected {
@@ -188,31 +189,31 @@ TEST(ImageImport, EveryExifOrientationOpensUpright) {
 }
 
 TEST(ImageImport, ResolutionFromEachFormatsOwnField) {
-    EXPECT_DOUBLE_EQ(decodePicture("png/basn2c08.png")->dpi, 72.0);           // no pHYs
-    EXPECT_DOUBLE_EQ(decodePicture("jpeg/rgb-300dpi.jpg")->dpi, 300.0);       // JFIF
-    EXPECT_DOUBLE_EQ(decodePicture("jpeg/photoshop-200dpi.jpg")->dpi, 200.0); // EXIF only
-    EXPECT_NEAR(decodePicture("png/cdun2c08.png")->dpi, 25.4, 1e-9);          // pixels per metre
-    EXPECT_DOUBLE_EQ(decodePicture("tiff/rgb8-uncompressed.tif")->dpi, 96.0);
-    EXPECT_DOUBLE_EQ(decodePicture("gif/hopper.gif")->dpi, 72.0);
+    EXPECT_DOUBLE_EQ(openPicture("png/basn2c08.png").dpi, 72.0);           // no pHYs
+    EXPECT_DOUBLE_EQ(openPicture("jpeg/rgb-300dpi.jpg").dpi, 300.0);       // JFIF
+    EXPECT_DOUBLE_EQ(openPicture("jpeg/photoshop-200dpi.jpg").dpi, 200.0); // EXIF only
+    EXPECT_NEAR(openPicture("png/cdun2c08.png").dpi, 25.4, 1e-9);          // pixels per metre
+    EXPECT_DOUBLE_EQ(openPicture("tiff/rgb8-uncompressed.tif").dpi, 96.0);
+    EXPECT_DOUBLE_EQ(openPicture("gif/hopper.gif").dpi, 72.0);
 }
 
 TEST(ImageImport, TransparencyIsKeptAndPremultiplied) {
-    EXPECT_EQ(decodePicture("png/tbrn2c08.png")->image->pixel(0, 0), (Pixel4{0, 0, 0, 0})); // tRNS colour key
-    EXPECT_EQ(decodePicture("gif/transparent-interlaced.gif")->image->pixel(0, 0), (Pixel4{0, 0, 0, 0}));
-    EXPECT_EQ(decodePicture("tiff/rgba8-lzw.tif")->image->pixel(0, 0)[3], 0);
-    EXPECT_EQ(decodePicture("webp/lossy-alpha.webp")->image->pixel(0, 0)[3], 0);
+    EXPECT_EQ(openPicture("png/tbrn2c08.png").image->pixel(0, 0), (Pixel4{0, 0, 0, 0})); // tRNS colour key
+    EXPECT_EQ(openPicture("gif/transparent-interlaced.gif").image->pixel(0, 0), (Pixel4{0, 0, 0, 0}));
+    EXPECT_EQ(openPicture("tiff/rgba8-lzw.tif").image->pixel(0, 0)[3], 0);
+    EXPECT_EQ(openPicture("webp/lossy-alpha.webp").image->pixel(0, 0)[3], 0);
     // 32-bit BI_RGB's fourth byte is padding; bit fields with an alpha mask are real alpha.
-    const auto padded = decodePicture("bmp/g_rgb32.bmp"), alpha = decodePicture("bmp/q_rgba32.bmp");
+    const auto padded = openPicture("bmp/g_rgb32.bmp"), alpha = openPicture("bmp/q_rgba32.bmp");
     bool allOpaque = true, someClear = false;
     for (int64_t i = 0; i < 127 * 64; ++i) {
-        allOpaque = allOpaque && padded->image->data()[i * 4 + 3] == 255;
-        someClear = someClear || alpha->image->data()[i * 4 + 3] < 255;
+        allOpaque = allOpaque && padded.image->data()[i * 4 + 3] == 255;
+        someClear = someClear || alpha.image->data()[i * 4 + 3] < 255;
     }
     EXPECT_TRUE(allOpaque);
     EXPECT_TRUE(someClear);
     // The HEIF alpha plane is premultiplied on the way in: half-covered pixels are darker than their colour.
-    const auto heif = decodePicture("heic/RGBA_8__29x100.heif");
-    const Pixel4 mid = heif->image->pixel(14, 50);
+    const auto heif = openPicture("heic/RGBA_8__29x100.heif");
+    const Pixel4 mid = heif.image->pixel(14, 50);
     EXPECT_LT(mid[3], 255);
     EXPECT_LE(mid[0], mid[3]);
 }
@@ -305,16 +306,16 @@ TEST(ImageImport, EmbeddedProfilesComeOutInSRGB) {
     EXPECT_LT(red[1], 55);
     EXPECT_LT(red[2], 60);
     // This file's profile swaps the primaries round: the word RED only reads red through it.
-    const auto swapped = decodePicture("jpeg/rgb-to-gbr-test.jpg");
-    const Pixel4 underRed = swapped->image->pixel(500, 60);
+    const auto swapped = openPicture("jpeg/rgb-to-gbr-test.jpg");
+    const Pixel4 underRed = swapped.image->pixel(500, 60);
     EXPECT_GT(underRed[0], 200);
     EXPECT_LT(underRed[1], 80);
     EXPECT_LT(underRed[2], 80);
     // CMYK from Photoshop, stored inverted: red letters on black.
     for (const char* name : {"jpeg/cmyk.jpg", "tiff/cmyk-jpeg.tif"}) {
         SCOPED_TRACE(name);
-        const auto cmyk = decodePicture(name);
-        const Pixel4 corner = cmyk->image->pixel(0, 0);
+        const auto cmyk = openPicture(name);
+        const Pixel4 corner = cmyk.image->pixel(0, 0);
         EXPECT_GT(corner[0], 200);
         EXPECT_LT(corner[1], 60);
         EXPECT_LT(corner[2], 60);
