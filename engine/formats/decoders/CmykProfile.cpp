@@ -18,8 +18,8 @@ constexpr cmsUInt32Number kFlags = cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_NO
 cmsHTRANSFORM makeTransform(cmsHPROFILE cmyk, bool inverted) {
     cmsHPROFILE srgb = cmsCreate_sRGBProfile();
     if (!srgb) return nullptr;
-    cmsHTRANSFORM t =
-        cmsCreateTransform(cmyk, inverted ? TYPE_CMYK_8_REV : TYPE_CMYK_8, srgb, TYPE_RGBA_8, kIntent, kFlags);
+    cmsHTRANSFORM t = cmsCreateTransform(cmyk, inverted ? TYPE_CMYK_8_REV : TYPE_CMYK_8, srgb, TYPE_RGBA_8,
+                                         kIntent, kFlags);
     cmsCloseProfile(srgb);
     return t;
 }
@@ -90,7 +90,8 @@ void cmykRowsToRGBA(RGBABuffer& image, const uint8_t* cmyk, int64_t cmykStride, 
     if (iccProfile.size() >= 132 && iccProfile.size() <= (64u << 20)) {
         cmsHPROFILE own = cmsOpenProfileFromMem(iccProfile.data(), cmsUInt32Number(iccProfile.size()));
         if (own) {
-            cmsHTRANSFORM t = cmsGetColorSpace(own) == cmsSigCmykData ? makeTransform(own, inverted) : nullptr;
+            cmsHTRANSFORM t =
+                cmsGetColorSpace(own) == cmsSigCmykData ? makeTransform(own, inverted) : nullptr;
             cmsCloseProfile(own);
             if (t) {
                 transformRows(t, cmyk, cmykStride, image, rows);

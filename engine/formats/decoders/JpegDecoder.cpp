@@ -190,7 +190,8 @@ void finish(Session* s) {
 // actually arrive, so that a header that lies costs nothing.
 class RowStore {
 public:
-    RowStore(uint8_t* direct, size_t stride, JDIMENSION height) : direct_(direct), stride_(stride), height_(height) {}
+    RowStore(uint8_t* direct, size_t stride, JDIMENSION height)
+        : direct_(direct), stride_(stride), height_(height) {}
     // Room for rows [first, first + count); null when memory is short.
     uint8_t* rows(JDIMENSION first, JDIMENSION count) {
         if (direct_) return direct_ + size_t(first) * stride_;

@@ -51,14 +51,16 @@ CmykRead readCmyk(TIFF* tif, RGBABuffer& image, std::span<const uint8_t> icc) {
     }
     const size_t stride = size_t(image.width()) * 4;
     for (int64_t y = 0; y < image.height(); ++y)
-        if (TIFFReadScanline(tif, rows.data() + size_t(y) * stride, uint32_t(y), 0) < 0) return CmykRead::failed;
+        if (TIFFReadScanline(tif, rows.data() + size_t(y) * stride, uint32_t(y), 0) < 0)
+            return CmykRead::failed;
     cmykRowsToRGBA(image, rows.data(), int64_t(stride), image.height(), false, icc);
     return CmykRead::done;
 }
 
 // Any other kind through libtiff's RGBA interface, then from its embedded profile to sRGB.
 RGBABufferPtr readRGBA(TIFF* tif, uint32_t w, uint32_t h, const DecodeLimits& limits, int copies,
-                       const tiffio::MemoryReader& reader, uint16_t photometric, std::span<const uint8_t> icc) {
+                       const tiffio::MemoryReader& reader, uint16_t photometric,
+                       std::span<const uint8_t> icc) {
     RGBAImage rgba;
     char message[1024];
     if (!TIFFRGBAImageOK(tif, message) || !TIFFRGBAImageBegin(&rgba.img, tif, 1, message)) return nullptr;
@@ -74,7 +76,8 @@ RGBABufferPtr readRGBA(TIFF* tif, uint32_t w, uint32_t h, const DecodeLimits& li
     if (!TIFFRGBAImageGet(&rgba.img, raster, w, h) || reader.sawError) return nullptr;
     // Associated alpha arrives as stored; libtiff premultiplies only the unassociated kind.
     if (rgba.img.alpha == EXTRASAMPLE_ASSOCALPHA) clampToAlpha(*image);
-    // libtiff turned CMYK of a kind readCmyk doesn't take into RGB by the formula; its profile no longer applies.
+    // libtiff turned CMYK of a kind readCmyk doesn't take into RGB by the formula; its profile no longer
+    // applies.
     if (photometric != PHOTOMETRIC_SEPARATED) convertToSRGB(*image, icc);
     return image;
 }
@@ -109,7 +112,8 @@ std::optional<DecodedImage> decodeTiff(Bytes bytes, const DecodeLimits& limits) 
     void* icc = nullptr;
     const bool hasIcc = TIFFGetField(h.tif, TIFFTAG_ICCPROFILE, &iccSize, &icc) && icc;
     const std::span<const uint8_t> profile =
-        hasIcc ? std::span<const uint8_t>(static_cast<const uint8_t*>(icc), iccSize) : std::span<const uint8_t>();
+        hasIcc ? std::span<const uint8_t>(static_cast<const uint8_t*>(icc), iccSize)
+               : std::span<const uint8_t>();
     uint16_t photometric = PHOTOMETRIC_RGB;
     TIFFGetFieldDefaulted(h.tif, TIFFTAG_PHOTOMETRIC, &photometric);
 

@@ -111,8 +111,8 @@ TEST(ImageImport, EveryFormatOpensAtItsSizePremultiplied) {
 TEST(ImageImport, DamagedTruncatedAndOversizedFilesGiveNothing) {
     for (const char* name :
          {"bmp/b_badrle.bmp", "bmp/b_reallybig.bmp", "bmp/b_shortfile.bmp", "heic/truncated.heic",
-          "jpeg/12bit.jpg", "png/xc1n0g08.png", "png/xcrn0g04.png", "png/xcsn0g01.png",
-          "png/xd0n2c08.png", "png/xdtn0g01.png", "png/xhdn0g08.png", "png/xs1n0g01.png"}) {
+          "jpeg/12bit.jpg", "png/xc1n0g08.png", "png/xcrn0g04.png", "png/xcsn0g01.png", "png/xd0n2c08.png",
+          "png/xdtn0g01.png", "png/xhdn0g08.png", "png/xs1n0g01.png"}) {
         SCOPED_TRACE(name);
         EXPECT_FALSE(decodePicture(name).has_value());
     }

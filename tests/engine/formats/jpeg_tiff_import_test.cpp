@@ -3,9 +3,8 @@
 #include "engine/formats/ImageImport.h"
 #include "formats/PictureFiles.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 
 namespace korv {
