@@ -113,17 +113,20 @@ Pixel4 patch(const RGBABuffer& image, int i) {
 // Values as a colour-managed reader gives them through the same SWOP coated
 // profile (relative colorimetric, black point compensation).
 TEST(CmykImport, WithoutAProfileThroughThePressProfile) {
-    const std::vector<uint8_t> bytes = readRegress("jpegcmyk-patches-adobe.jpg");
-    const auto decoded = ImageImport::decode(bytes);
-    ASSERT_TRUE(decoded);
-    const RGBABuffer& img = *decoded->image;
-    expectNear(patch(img, 0), 255, 255, 255);
-    expectNear(patch(img, 1), 35, 31, 32); // black ink alone is not the deepest black
-    expectNear(patch(img, 2), 0, 0, 0);
-    expectNear(patch(img, 3), 0, 174, 239);
-    expectNear(patch(img, 4), 236, 0, 140);
-    expectNear(patch(img, 5), 255, 242, 0);
-    expectNear(patch(img, 6), 147, 149, 152);
+    // JPEG stored inverted with Adobe's marker, TIFF with the ink as it is.
+    for (const char* name : {"jpegcmyk-patches-adobe.jpg", "jpegcmyk-patches.tif"}) {
+        SCOPED_TRACE(name);
+        const auto decoded = ImageImport::decode(readRegress(name));
+        ASSERT_TRUE(decoded);
+        const RGBABuffer& img = *decoded->image;
+        expectNear(patch(img, 0), 255, 255, 255);
+        expectNear(patch(img, 1), 35, 31, 32); // black ink alone is not the deepest black
+        expectNear(patch(img, 2), 0, 0, 0);
+        expectNear(patch(img, 3), 0, 174, 239);
+        expectNear(patch(img, 4), 236, 0, 140);
+        expectNear(patch(img, 5), 255, 242, 0);
+        expectNear(patch(img, 6), 147, 149, 152);
+    }
 
     // Photoshop's picture (inverted, Adobe marker) as JPEG and as JPEG-in-TIFF:
     // the red of the corner and the black around the letters.
@@ -139,12 +142,15 @@ TEST(CmykImport, WithoutAProfileThroughThePressProfile) {
 // A file's own CMYK profile wins over the press profile: this one ignores the
 // black ink, so black ink alone stays paper white.
 TEST(CmykImport, EmbeddedProfileIsUsed) {
-    const auto decoded = ImageImport::decode(readRegress("jpegcmyk-patches-own-profile.jpg"));
-    ASSERT_TRUE(decoded);
-    const RGBABuffer& img = *decoded->image;
-    expectNear(patch(img, 0), 255, 255, 255);
-    expectNear(patch(img, 1), 255, 255, 255);
-    expectNear(patch(img, 3), 23, 255, 255, 10);
+    for (const char* name : {"jpegcmyk-patches-own-profile.jpg", "jpegcmyk-patches-own-profile.tif"}) {
+        SCOPED_TRACE(name);
+        const auto decoded = ImageImport::decode(readRegress(name));
+        ASSERT_TRUE(decoded);
+        const RGBABuffer& img = *decoded->image;
+        expectNear(patch(img, 0), 255, 255, 255);
+        expectNear(patch(img, 1), 255, 255, 255);
+        expectNear(patch(img, 3), 23, 255, 255, 10);
+    }
 }
 
 } // namespace
