@@ -238,14 +238,6 @@ JDIMENSION decodeRows(Session* s, RowStore& store, size_t stride) {
     return height;
 }
 
-// A cut file opens with the rows that arrived, the rest transparent. Refused
-// when those rows are a sliver of a huge canvas: that is how a hostile header
-// claims gigabytes with a few bytes of data.
-bool keepsPartial(int64_t width, int64_t height, int64_t rows) {
-    constexpr int64_t kSmallPicture = int64_t(64) << 20; // pixels
-    return rows >= 1 && (width * height <= kSmallPicture || rows * 16 >= height);
-}
-
 std::span<const uint8_t> exifOf(const jpeg_decompress_struct& cinfo) {
     for (jpeg_saved_marker_ptr m = cinfo.marker_list; m; m = m->next)
         if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 && std::memcmp(m->data, "Exif\0\0", 6) == 0)
@@ -293,7 +285,7 @@ std::optional<DecodedImage> decodeJpeg(Bytes bytes, const DecodeLimits& limits) 
     RowStore store(image ? image->data() : nullptr, stride, JDIMENSION(h));
     if (believable) store.reserveAll();
     const int64_t rows = decodeRows(&s, store, stride);
-    if (rows < h && !keepsPartial(w, h, rows)) return std::nullopt;
+    if (rows < h && !keepsPartialPicture(w, h, rows)) return std::nullopt;
     if (!image) {
         image = allocate(w, h, limits, copies);
         if (!image) return std::nullopt;

@@ -6,7 +6,9 @@
 #include "engine/formats/decoders/Decoders.h"
 #include "engine/formats/decoders/Decoding.h"
 
+#include <algorithm>
 #include <bit>
+#include <cstring>
 #include <new>
 #include <vector>
 
@@ -33,7 +35,7 @@ struct RGBAImage {
 // a colour profile; libtiff's RGBA interface would convert it by the plain
 // formula.
 enum class CmykRead { done, otherKind, failed };
-CmykRead readCmyk(TIFF* tif, RGBABuffer& image, std::span<const uint8_t> icc) {
+CmykRead readCmyk(TIFF* tif, RGBABuffer& image, uint32_t rowCount, std::span<const uint8_t> icc) {
     uint16_t photometric = 0, bits = 0, samples = 0, planar = PLANARCONFIG_CONTIG, inks = INKSET_CMYK;
     TIFFGetFieldDefaulted(tif, TIFFTAG_PHOTOMETRIC, &photometric);
     TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &bits);
@@ -45,21 +47,20 @@ CmykRead readCmyk(TIFF* tif, RGBABuffer& image, std::span<const uint8_t> icc) {
         return CmykRead::otherKind;
     std::vector<uint8_t> rows;
     try {
-        rows.resize(size_t(image.width()) * 4 * size_t(image.height()));
+        rows.resize(size_t(image.width()) * 4 * rowCount);
     } catch (const std::bad_alloc&) {
         return CmykRead::failed;
     }
     const size_t stride = size_t(image.width()) * 4;
-    for (int64_t y = 0; y < image.height(); ++y)
-        if (TIFFReadScanline(tif, rows.data() + size_t(y) * stride, uint32_t(y), 0) < 0)
-            return CmykRead::failed;
-    cmykRowsToRGBA(image, rows.data(), int64_t(stride), image.height(), false, icc);
+    for (uint32_t y = 0; y < rowCount; ++y)
+        if (TIFFReadScanline(tif, rows.data() + size_t(y) * stride, y, 0) < 0) return CmykRead::failed;
+    cmykRowsToRGBA(image, rows.data(), int64_t(stride), rowCount, false, icc);
     return CmykRead::done;
 }
 
 // Any other kind through libtiff's RGBA interface, then from its embedded profile to sRGB.
-RGBABufferPtr readRGBA(TIFF* tif, uint32_t w, uint32_t h, const DecodeLimits& limits, int copies,
-                       const tiffio::MemoryReader& reader, uint16_t photometric,
+RGBABufferPtr readRGBA(TIFF* tif, uint32_t w, uint32_t h, uint32_t rows, const DecodeLimits& limits,
+                       int copies, const tiffio::MemoryReader& reader, uint16_t photometric,
                        std::span<const uint8_t> icc) {
     RGBAImage rgba;
     char message[1024];
@@ -73,7 +74,7 @@ RGBABufferPtr readRGBA(TIFF* tif, uint32_t w, uint32_t h, const DecodeLimits& li
     RGBABufferPtr image = allocate(w, h, limits, copies);
     if (!image) return nullptr;
     auto* raster = reinterpret_cast<uint32_t*>(image->data());
-    if (!TIFFRGBAImageGet(&rgba.img, raster, w, h) || reader.sawError) return nullptr;
+    if (!TIFFRGBAImageGet(&rgba.img, raster, w, rows) || reader.sawError) return nullptr;
     // Associated alpha arrives as stored; libtiff premultiplies only the unassociated kind.
     if (rgba.img.alpha == EXTRASAMPLE_ASSOCALPHA) clampToAlpha(*image);
     // libtiff turned CMYK of a kind readCmyk doesn't take into RGB by the formula; its profile no longer
@@ -101,12 +102,23 @@ std::optional<DecodedImage> decodeTiff(Bytes bytes, const DecodeLimits& limits) 
     if (!sizeAllowed(w, hgt, limits, copies)) return std::nullopt;
 
     // Every strip or tile must lie inside the file: libtiff decodes a cut one
-    // as far as it goes, without an error.
+    // as far as it goes, without an error. A file of strips cut short opens
+    // with the rows of its whole strips, the rest transparent.
+    uint32_t rows = hgt;
+    uint16_t planar = PLANARCONFIG_CONTIG;
+    TIFFGetFieldDefaulted(h.tif, TIFFTAG_PLANARCONFIG, &planar);
+    uint32_t rowsPerStrip = hgt;
+    TIFFGetFieldDefaulted(h.tif, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
     const uint32_t striles = TIFFNumberOfStrips(h.tif);
     for (uint32_t i = 0; i < striles; ++i) {
         const uint64_t offset = TIFFGetStrileOffset(h.tif, i), count = TIFFGetStrileByteCount(h.tif, i);
-        if (offset > bytes.size() || count > bytes.size() - offset) return std::nullopt;
+        if (offset > bytes.size() || count > bytes.size() - offset) {
+            if (TIFFIsTiled(h.tif) || planar != PLANARCONFIG_CONTIG) return std::nullopt;
+            rows = uint32_t(std::min<uint64_t>(hgt, uint64_t(i) * rowsPerStrip));
+            break;
+        }
     }
+    if (rows < hgt && !keepsPartialPicture(w, hgt, rows)) return std::nullopt;
 
     uint32_t iccSize = 0;
     void* icc = nullptr;
@@ -122,12 +134,13 @@ std::optional<DecodedImage> decodeTiff(Bytes bytes, const DecodeLimits& limits) 
         // The CMYK rows need a buffer of their own beside the picture.
         image = allocate(w, hgt, limits, copies + 1);
         if (!image) return std::nullopt;
-        const CmykRead read = readCmyk(h.tif, *image, profile);
+        const CmykRead read = readCmyk(h.tif, *image, rows, profile);
         if (read == CmykRead::failed || reader.sawError) return std::nullopt;
         if (read == CmykRead::otherKind) image.reset();
     }
-    if (!image) image = readRGBA(h.tif, w, hgt, limits, copies, reader, photometric, profile);
+    if (!image) image = readRGBA(h.tif, w, hgt, rows, limits, copies, reader, photometric, profile);
     if (!image) return std::nullopt;
+    if (rows < hgt) std::memset(image->row(rows), 0, size_t(hgt - rows) * size_t(w) * 4);
 
     std::optional<double> dpi;
     float xres = 0;

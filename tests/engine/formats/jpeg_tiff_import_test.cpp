@@ -97,6 +97,26 @@ TEST(JpegImport, CutProgressiveFileOpensAtItsSize) {
     EXPECT_EQ(cut->image->pixel(50, 10)[3], 255);
 }
 
+// A TIFF whose directory comes first, cut inside its strips: the rows of the
+// whole strips, the rest transparent.
+TEST(TiffImport, CutFileKeepsItsWholeStrips) {
+    const std::vector<uint8_t> bytes = readRegress("jpegcmyk-strips-directory-first.tif");
+    const auto whole = ImageImport::decode(bytes);
+    ASSERT_TRUE(whole);
+    // Four strips of 8 rows; the cut falls inside the third.
+    const auto half = ImageImport::decode(std::span(bytes).first(bytes.size() * 5 / 8));
+    ASSERT_TRUE(half);
+    const RGBABuffer& cut = *half->image;
+    int64_t arrived = 0;
+    while (arrived < cut.height() && !rowTransparent(cut, arrived))
+        ++arrived;
+    EXPECT_EQ(arrived, 16);
+    for (int64_t y = 0; y < arrived; ++y)
+        ASSERT_TRUE(rowEquals(cut, *whole->image, y)) << "row " << y;
+    for (int64_t y = arrived; y < cut.height(); ++y)
+        ASSERT_TRUE(rowTransparent(cut, y)) << "row " << y;
+}
+
 void expectNear(const Pixel4& p, int r, int g, int b, int tolerance = 3) {
     EXPECT_NEAR(p[0], r, tolerance);
     EXPECT_NEAR(p[1], g, tolerance);
