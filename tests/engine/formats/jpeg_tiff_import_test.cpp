@@ -1,6 +1,7 @@
 // JPEG and TIFF reading: files whose data runs out, headers that claim more
 // than the file holds, and CMYK through a press profile.
 #include "engine/formats/ImageImport.h"
+#include "engine/formats/decoders/CmykProfile.h"
 #include "formats/PictureFiles.h"
 
 #include <cstdlib>
@@ -133,6 +134,8 @@ Pixel4 patch(const RGBABuffer& image, int i) {
 // Values as a colour-managed reader gives them through the same SWOP coated
 // profile (relative colorimetric, black point compensation).
 TEST(CmykImport, WithoutAProfileThroughThePressProfile) {
+    ASSERT_TRUE(decoding::pressProfileAvailable())
+        << decoding::kPressProfilePath << " is missing: scripts/setup installs it (libgs-common)";
     // JPEG stored inverted with Adobe's marker, TIFF with the ink as it is.
     for (const char* name : {"jpegcmyk-patches-adobe.jpg", "jpegcmyk-patches.tif"}) {
         SCOPED_TRACE(name);
