@@ -267,9 +267,10 @@ std::optional<DecodedImage> decodeJpeg(Bytes bytes, const DecodeLimits& limits) 
     else
         return std::nullopt;
 
-    // Real encoders spend well over a bit on every 16 pixels, even on a flat
-    // colour; a header that claims far more pixels than that is not believed
-    // until its rows arrive. Multi-scan files hold every coefficient in
+    // Even a flat colour costs a Huffman coder a bit or more per 8 x 8 block,
+    // so a file of n bytes rarely holds more than about 2048 n pixels; a header
+    // that claims more is not believed until its rows arrive, and they go into
+    // memory that grows with them. Multi-scan files hold every coefficient in
     // libjpeg's own buffer, so that buffer is held to the same bound.
     constexpr int64_t kPixelsPerByte = 2048;
     constexpr int64_t kAlwaysBelievable = int64_t(16) << 20; // pixels
