@@ -38,6 +38,11 @@ RGBABufferPtr allocate(int64_t width, int64_t height, const DecodeLimits& limits
     }
 }
 
+bool keepsPartialPicture(int64_t width, int64_t height, int64_t rows) {
+    constexpr int64_t kSmallPicture = int64_t(64) << 20; // pixels
+    return rows >= 1 && (width * height <= kSmallPicture || rows * 16 >= height);
+}
+
 ExifInfo parseExif(std::span<const uint8_t> bytes) {
     ExifInfo info;
     if (bytes.size() >= 6 && std::memcmp(bytes.data(), "Exif\0\0", 6) == 0) bytes = bytes.subspan(6);

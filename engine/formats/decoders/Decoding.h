@@ -18,6 +18,11 @@ bool sizeAllowed(int64_t width, int64_t height, const DecodeLimits& limits, int 
 // A new buffer, or empty when the size is refused or memory is short.
 RGBABufferPtr allocate(int64_t width, int64_t height, const DecodeLimits& limits, int workingCopies = 2);
 
+// Whether a picture whose data ran out after `rows` rows opens with those rows
+// (the rest transparent). Not when they are a sliver of a huge canvas: that is
+// how a hostile header claims gigabytes with a few bytes of data.
+bool keepsPartialPicture(int64_t width, int64_t height, int64_t rows);
+
 struct ExifInfo {
     int orientation = 1;
     std::optional<double> dpi;

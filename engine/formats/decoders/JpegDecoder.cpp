@@ -3,13 +3,17 @@
 // profile. libjpeg reports errors by longjmp, so each call into it runs in a
 // stage function whose frame holds only plain data: the jump skips no destructor.
 #include "engine/formats/JpegErrors.h"
+#include "engine/formats/decoders/CmykProfile.h"
 #include "engine/formats/decoders/Decoders.h"
 #include "engine/formats/decoders/Decoding.h"
 
+#include <algorithm>
 #include <csetjmp>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <vector>
 // jpeglib.h needs size_t and FILE declared first.
 #include <jerror.h>
@@ -23,19 +27,30 @@ namespace {
 // coefficients; real encoders write a dozen or so.
 constexpr int kMaxScans = 1000;
 
+struct Session;
+
 struct Source {
     jpeg_source_mgr mgr;
+    Session* session;
     const uint8_t* data;
     size_t size;
-    bool ranOut; // the decoder asked for bytes past the end: the file is cut short
+    bool ranOut; // the decoder asked for bytes past the end
 };
 
 const JOCTET kFakeEOI[2] = {0xFF, JPEG_EOI};
 
 void initSource(j_decompress_ptr) {}
+void markLacking(Session* s);
+
 boolean fillInput(j_decompress_ptr cinfo) {
     auto* src = reinterpret_cast<Source*>(cinfo->src);
     src->ranOut = true;
+    // The arithmetic decoder pads with zeros silently: its running out is the
+    // only sign. It also reads a little ahead, as far as the end marker, so in
+    // the last iMCU row running out is what a file without that marker does.
+    if (cinfo->arith_code && cinfo->global_state >= 203 /* DSTATE_PRELOAD */ &&
+        cinfo->input_iMCU_row + 1 < cinfo->total_iMCU_rows)
+        markLacking(src->session);
     src->mgr.next_input_byte = kFakeEOI;
     src->mgr.bytes_in_buffer = 2;
     return TRUE;
@@ -66,6 +81,11 @@ struct Session {
     bool created = false;
     JOCTET* icc = nullptr;
     unsigned iccSize = 0;
+    // Set when the entropy decoder needed bits after the end of the file: from
+    // there on libjpeg invents data. goodRows counts the rows decoded from real
+    // data before that.
+    bool lacking = false;
+    JDIMENSION goodRows = 0;
 
     Session() = default;
     Session(const Session&) = delete;
@@ -76,8 +96,45 @@ struct Session {
     }
 };
 
+// The rows whose data was complete when the file ran out. The scan being read
+// has reached iMCU row input_iMCU_row. In a progressive file only a first DC
+// scan leaves rows without any picture; a later scan ran out on rows that have
+// their picture already, a little coarser. Rows at the edge of what arrived
+// are drawn with help from below: smoothing of progressive blocks looks one
+// block row down, and smooth upsampling of half-height colour one row down.
+JDIMENSION rowsBeforeTheEnd(j_decompress_ptr cinfo) {
+    const JDIMENSION perRow = JDIMENSION(cinfo->max_v_samp_factor * cinfo->min_DCT_scaled_size);
+    const JDIMENSION reached = std::min<JDIMENSION>(cinfo->image_height, cinfo->input_iMCU_row * perRow);
+    const JDIMENSION context = cinfo->max_v_samp_factor > 1 ? 1 : 0;
+    if (cinfo->progressive_mode) {
+        if (cinfo->coef_bits && cinfo->coef_bits[0][0] < 0) return 0; // no brightness anywhere
+        if (cinfo->Ss != 0 || cinfo->Ah != 0) return cinfo->image_height;
+        return reached > perRow ? reached - perRow : 0;
+    }
+    // A sequential file of several scans fills its colours one scan after the other.
+    if (cinfo->input_scan_number > 1) return 0;
+    return reached > context ? reached - context : 0;
+}
+
+void markLacking(Session* s) {
+    if (s->lacking) return;
+    s->lacking = true;
+    s->goodRows = rowsBeforeTheEnd(&s->cinfo);
+}
+
+// The Huffman decoder reads a few bytes ahead, so running out alone proves
+// nothing; it warns when it needs bits that aren't there. Warnings before the
+// end are recoverable damage that libjpeg steps over.
+void onWarning(j_common_ptr common) {
+    auto* s = static_cast<Session*>(reinterpret_cast<jpeg::ErrorManager*>(common->err)->user);
+    if (s->src.ranOut) markLacking(s);
+}
+
 bool readHeader(Session* s, const uint8_t* data, size_t size, long maxMemory) {
     s->cinfo.err = jpeg::install(s->err);
+    s->err.onWarning = onWarning;
+    s->err.user = s;
+    s->src.session = s;
     if (setjmp(s->err.jump)) return false;
     jpeg_create_decompress(&s->cinfo);
     s->created = true;
@@ -98,6 +155,8 @@ bool readHeader(Session* s, const uint8_t* data, size_t size, long maxMemory) {
     jpeg_save_markers(&s->cinfo, JPEG_APP0 + 1, 0xFFFF);
     jpeg_save_markers(&s->cinfo, JPEG_APP0 + 2, 0xFFFF);
     if (jpeg_read_header(&s->cinfo, TRUE) != JPEG_HEADER_OK) return false;
+    // Cut inside the header: nothing of the picture is there.
+    if (s->src.ranOut) return false;
     if (!jpeg_read_icc_profile(&s->cinfo, &s->icc, &s->iccSize)) {
         s->icc = nullptr;
         s->iccSize = 0;
@@ -105,20 +164,78 @@ bool readHeader(Session* s, const uint8_t* data, size_t size, long maxMemory) {
     return true;
 }
 
-// Decodes every row into out (stride bytes apart); the output colour space is set by the caller.
-bool readPixels(Session* s, uint8_t* out, size_t stride) {
+// A multi-scan file reads all of its data here, into libjpeg's coefficient buffer.
+bool startPixels(Session* s, long maxMemory) {
     if (setjmp(s->err.jump)) return false;
-    if (!jpeg_start_decompress(&s->cinfo)) return false;
+    s->cinfo.mem->max_memory_to_use = maxMemory;
+    return jpeg_start_decompress(&s->cinfo);
+}
+
+// Up to count (at most 16) rows into out, stride bytes apart: how many came, or -1 on an error.
+long readRows(Session* s, uint8_t* out, size_t stride, JDIMENSION count) {
+    if (setjmp(s->err.jump)) return -1;
     JSAMPROW rows[16];
-    while (s->cinfo.output_scanline < s->cinfo.output_height) {
-        const JDIMENSION first = s->cinfo.output_scanline;
-        const JDIMENSION n = s->cinfo.output_height - first < 16 ? s->cinfo.output_height - first : 16;
-        for (JDIMENSION i = 0; i < n; ++i)
-            rows[i] = out + size_t(first + i) * stride;
-        if (jpeg_read_scanlines(&s->cinfo, rows, n) == 0) return false;
-    }
+    for (JDIMENSION i = 0; i < count; ++i)
+        rows[i] = out + size_t(i) * stride;
+    return long(jpeg_read_scanlines(&s->cinfo, rows, count));
+}
+
+void finish(Session* s) {
+    if (setjmp(s->err.jump)) return;
     jpeg_finish_decompress(&s->cinfo);
-    return !s->src.ranOut;
+}
+
+// Where decoded rows go: straight into the picture when its size is believable
+// for the file's length, otherwise into memory that grows with the rows that
+// actually arrive, so that a header that lies costs nothing.
+class RowStore {
+public:
+    RowStore(uint8_t* direct, size_t stride, JDIMENSION height)
+        : direct_(direct), stride_(stride), height_(height) {}
+    // Room for rows [first, first + count); null when memory is short.
+    uint8_t* rows(JDIMENSION first, JDIMENSION count) {
+        if (direct_) return direct_ + size_t(first) * stride_;
+        const size_t need = size_t(first + count) * stride_;
+        if (need > grown_.size()) {
+            try {
+                grown_.resize(std::min(std::max(need, grown_.size() * 2), size_t(height_) * stride_));
+            } catch (const std::bad_alloc&) {
+                return nullptr;
+            }
+        }
+        return grown_.data() + size_t(first) * stride_;
+    }
+    void reserveAll() {
+        if (!direct_) grown_.reserve(size_t(height_) * stride_);
+    }
+    const uint8_t* data() const { return direct_ ? direct_ : grown_.data(); }
+
+private:
+    uint8_t* direct_;
+    size_t stride_;
+    JDIMENSION height_;
+    std::vector<uint8_t> grown_;
+};
+
+// Decodes rows until the picture ends or its data does. Gives the number of
+// rows decoded from real data; rows after them hold nothing of use.
+JDIMENSION decodeRows(Session* s, RowStore& store, size_t stride) {
+    jpeg_decompress_struct& cinfo = s->cinfo;
+    const JDIMENSION height = cinfo.output_height;
+    for (;;) {
+        const JDIMENSION first = cinfo.output_scanline;
+        const JDIMENSION limit = s->lacking ? std::min(s->goodRows, height) : height;
+        if (first >= limit) break;
+        const JDIMENSION n = std::min<JDIMENSION>(limit - first, 16);
+        uint8_t* out = store.rows(first, n);
+        if (!out) return 0;
+        const long got = readRows(s, out, stride, n);
+        // A fatal error keeps what was decoded before it.
+        if (got <= 0) return first;
+    }
+    if (s->lacking) return std::min(s->goodRows, cinfo.output_scanline);
+    finish(s);
+    return height;
 }
 
 std::span<const uint8_t> exifOf(const jpeg_decompress_struct& cinfo) {
@@ -141,29 +258,47 @@ std::optional<DecodedImage> decodeJpeg(Bytes bytes, const DecodeLimits& limits) 
     // A turned picture needs a second buffer.
     const int copies = orientation >= 2 && orientation <= 8 ? 2 : 1;
     const bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
-    RGBABufferPtr image = allocate(w, h, limits, copies + (cmyk ? 1 : 0));
-    if (!image) return std::nullopt;
+    if (!sizeAllowed(w, h, limits, copies + (cmyk ? 1 : 0))) return std::nullopt;
+    if (cmyk)
+        cinfo.out_color_space = JCS_CMYK;
+    else if (cinfo.jpeg_color_space == JCS_GRAYSCALE || cinfo.jpeg_color_space == JCS_YCbCr ||
+             cinfo.jpeg_color_space == JCS_RGB)
+        cinfo.out_color_space = JCS_EXT_RGBA;
+    else
+        return std::nullopt;
 
+    // Even a flat colour costs a Huffman coder a bit or more per 8 x 8 block,
+    // so a file of n bytes rarely holds more than about 2048 n pixels; a header
+    // that claims more is not believed until its rows arrive, and they go into
+    // memory that grows with them. Multi-scan files hold every coefficient in
+    // libjpeg's own buffer, so that buffer is held to the same bound.
+    constexpr int64_t kPixelsPerByte = 2048;
+    constexpr int64_t kAlwaysBelievable = int64_t(16) << 20; // pixels
+    const bool believable = w * h <= std::max(kAlwaysBelievable, int64_t(bytes.size()) * kPixelsPerByte);
+    if (!startPixels(&s, believable ? maxMemory : long(kAlwaysBelievable * 8))) return std::nullopt;
+
+    RGBABufferPtr image;
+    if (!cmyk && believable) {
+        image = allocate(w, h, limits, copies);
+        if (!image) return std::nullopt;
+    }
+    const size_t stride = size_t(w) * 4;
+    RowStore store(image ? image->data() : nullptr, stride, JDIMENSION(h));
+    if (believable) store.reserveAll();
+    const int64_t rows = decodeRows(&s, store, stride);
+    if (rows < h && !keepsPartialPicture(w, h, rows)) return std::nullopt;
+    if (!image) {
+        image = allocate(w, h, limits, copies);
+        if (!image) return std::nullopt;
+        if (!cmyk) std::memcpy(image->data(), store.data(), size_t(rows) * stride);
+    }
     const std::span<const uint8_t> icc(s.icc, s.iccSize);
     if (cmyk) {
-        cinfo.out_color_space = JCS_CMYK;
-        std::vector<uint8_t> plane;
-        try {
-            plane.resize(size_t(w * h * 4));
-        } catch (const std::bad_alloc&) {
-            return std::nullopt;
-        }
-        if (!readPixels(&s, plane.data(), size_t(w * 4))) return std::nullopt;
         // Photoshop writes CMYK inverted and says so with its Adobe marker.
-        cmykToRGBA(*image, plane.data(), w * 4, cinfo.saw_Adobe_marker, icc);
-    } else if (cinfo.jpeg_color_space == JCS_GRAYSCALE || cinfo.jpeg_color_space == JCS_YCbCr ||
-               cinfo.jpeg_color_space == JCS_RGB) {
-        cinfo.out_color_space = JCS_EXT_RGBA;
-        if (!readPixels(&s, image->data(), size_t(w * 4))) return std::nullopt;
-        convertToSRGB(*image, icc);
-    } else {
-        return std::nullopt;
+        cmykRowsToRGBA(*image, store.data(), int64_t(stride), rows, cinfo.saw_Adobe_marker, icc);
     }
+    if (rows < h) std::memset(image->row(rows), 0, size_t(h - rows) * stride);
+    if (!cmyk) convertToSRGB(*image, icc);
 
     std::optional<double> dpi;
     if (cinfo.saw_JFIF_marker && cinfo.X_density > 0 && (cinfo.density_unit == 1 || cinfo.density_unit == 2))

@@ -111,8 +111,8 @@ TEST(ImageImport, EveryFormatOpensAtItsSizePremultiplied) {
 TEST(ImageImport, DamagedTruncatedAndOversizedFilesGiveNothing) {
     for (const char* name :
          {"bmp/b_badrle.bmp", "bmp/b_reallybig.bmp", "bmp/b_shortfile.bmp", "heic/truncated.heic",
-          "jpeg/truncated.jpg", "jpeg/12bit.jpg", "png/xc1n0g08.png", "png/xcrn0g04.png", "png/xcsn0g01.png",
-          "png/xd0n2c08.png", "png/xdtn0g01.png", "png/xhdn0g08.png", "png/xs1n0g01.png"}) {
+          "jpeg/12bit.jpg", "png/xc1n0g08.png", "png/xcrn0g04.png", "png/xcsn0g01.png", "png/xd0n2c08.png",
+          "png/xdtn0g01.png", "png/xhdn0g08.png", "png/xs1n0g01.png"}) {
         SCOPED_TRACE(name);
         EXPECT_FALSE(decodePicture(name).has_value());
     }
@@ -132,12 +132,13 @@ TEST(ImageImport, DamagedTruncatedAndOversizedFilesGiveNothing) {
         for (double cut : {0.02, 0.3, 0.5, 0.9}) {
             const auto part = std::span(bytes).first(size_t(double(bytes.size()) * cut));
             const auto decoded = ImageImport::decode(part);
-            if (!endsEarly(e.name) && cut <= 0.5) {
+            // A cut JPEG keeps the rows that arrived (jpeg_tiff_import_test).
+            if (!endsEarly(e.name) && !std::string(e.name).starts_with("jpeg") && cut <= 0.5) {
                 EXPECT_FALSE(decoded.has_value()) << "cut at " << cut;
             }
         }
         const auto lastByteMissing = ImageImport::decode(std::span(bytes).first(bytes.size() - 1));
-        if (std::string(e.name).starts_with("png") || std::string(e.name).starts_with("jpeg")) {
+        if (std::string(e.name).starts_with("png")) {
             EXPECT_FALSE(lastByteMissing.has_value());
         }
     }
