@@ -121,12 +121,11 @@ void StudioModel::undo() {
 
 void StudioModel::redo() {
     auto* d = doc();
-    if (!d) return;
+    // Nothing to redo leaves a live preview or a crop as it is.
+    if (!d || !d->canRedo()) return;
     cancelLive();
-    if (d->canRedo()) {
-        status = "Redo " + d->redoName().value_or("");
-        d->redo();
-    }
+    status = "Redo " + d->redoName().value_or("");
+    d->redo();
     refresh(true);
 }
 
@@ -241,6 +240,15 @@ void StudioModel::moveLayer(bool up) {
 }
 
 void StudioModel::mergeDown() {
+    if (auto* d = doc(); d && d->activeID) {
+        // A hidden layer of the pair would vanish from the picture or take the
+        // other's content with it; the user shows it first.
+        if (const StudioLayer* hidden = d->hiddenOfMergePair(*d->activeID)) {
+            status = "Merge Down needs both layers visible: show " + inQuotes(hidden->name) + " first.";
+            refresh(false);
+            return;
+        }
+    }
     act("Merge Down", [](StudioDocument& d) {
         if (!d.activeID || !d.find(*d.activeID)) return false;
         const Uuid upper = *d.activeID;

@@ -104,7 +104,9 @@ void write(DocSession& session, bool synchronously, std::chrono::system_clock::t
         try {
             const auto bytes = StudioFile::encode(*snapshot);
             writeFileAtomically(fileURL(id).string(), bytes);
-            const std::string text = nlohmann::json(info).dump(2);
+            // A name that is not valid UTF-8 still gets its description, with the
+            // broken bytes replaced.
+            const std::string text = nlohmann::json(info).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
             writeFileAtomically(infoURL(id).string(),
                                 std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
         } catch (const std::exception& e) {
@@ -149,15 +151,43 @@ DocSessionPtr restore(const Item& item) {
                                         item.id);
 }
 
-void discard(const Uuid& id, bool moveToTrash) {
+bool discard(const Uuid& id, bool moveToTrash) {
+    bool done = true;
     queue().sync([&] {
+        // The work itself first: a copy whose file the trash refuses keeps its
+        // description, so it is still offered.
         for (const auto& path : {fileURL(id), infoURL(id)}) {
             std::error_code ec;
             if (!std::filesystem::exists(path, ec)) continue;
-            // A copy the trash refuses is deleted all the same: the user chose to drop it.
-            if (!moveToTrash || !Trash::moveToTrash(path)) std::filesystem::remove(path, ec);
+            if (!moveToTrash) {
+                std::filesystem::remove(path, ec);
+            } else if (!Trash::moveToTrash(path)) {
+                done = false;
+                return;
+            }
         }
     });
+    return done;
+}
+
+int64_t removeLeftovers() {
+    // The atomic writer's temporaries are ".<name>.XXXXXX" beside their target;
+    // one still there at start was cut off by a crash.
+    int64_t removed = 0;
+    queue().sync([&] {
+        std::error_code ec;
+        for (std::filesystem::directory_iterator it(AppFolders::autosave(), ec), end; !ec && it != end;
+             it.increment(ec)) {
+            const std::string name = it->path().filename().string();
+            const bool temporary = name.size() > 1 && name[0] == '.' &&
+                                   (name.find(".korvstudio.") != std::string::npos ||
+                                    name.find(".json.") != std::string::npos);
+            std::error_code removeError;
+            if (temporary && it->is_regular_file(removeError) && std::filesystem::remove(it->path(), removeError))
+                ++removed;
+        }
+    });
+    return removed;
 }
 
 void waitForWrites() {

@@ -53,7 +53,10 @@ std::vector<Item> pending(const std::set<Uuid>& excluding);
 // throws the reader's error.
 DocSessionPtr restore(const Item& item);
 // Removes both files (to the trash if asked), after any write in flight.
-void discard(const Uuid& id, bool moveToTrash);
+// False when the trash could not take them: then the copy stays where it was.
+bool discard(const Uuid& id, bool moveToTrash);
+// Removes the temporary files a crash left in the autosave folder; gives their count.
+int64_t removeLeftovers();
 // Returns when every queued write has finished.
 void waitForWrites();
 

@@ -103,6 +103,7 @@ StudioModel::StudioModel(Host& host, bool loadStores) : host_(host) {
     if (loadStores) {
         prefs = Prefs::load(host_);
         loadToolSettings();
+        Recovery::removeLeftovers();
     }
 }
 
@@ -432,16 +433,24 @@ bool StudioModel::shouldQuit() {
 }
 
 void StudioModel::loadToolSettings() {
-    // Each stored entry replaces its default whole; one that can't be read is skipped.
+    // Stored entries overlay their defaults field by field: a field whose
+    // value has another type than its default's is skipped, and the rest of
+    // the entry is still taken. Text that can't be read changes nothing.
+    auto sameKind = [](const nlohmann::json& a, const nlohmann::json& b) {
+        return (a.is_number() && b.is_number()) || a.type() == b.type();
+    };
     auto overlay = [&](const char* key, std::map<std::string, nlohmann::json>& into) {
         const auto stored = host_.setting(key);
         if (!stored) return;
-        try {
-            const auto j = nlohmann::json::parse(*stored);
-            if (!j.is_object()) return;
-            for (const auto& [name, value] : j.items())
-                if (value.is_object() && into.count(name)) into[name] = value;
-        } catch (const std::exception&) {
+        const auto j = nlohmann::json::parse(*stored, nullptr, false);
+        if (!j.is_object()) return;
+        for (const auto& [name, value] : j.items()) {
+            auto entry = into.find(name);
+            if (entry == into.end() || !value.is_object()) continue;
+            for (const auto& [field, v] : value.items()) {
+                const auto known = entry->second.find(field);
+                if (known == entry->second.end() || sameKind(*known, v)) entry->second[field] = v;
+            }
         }
     };
     overlay("korv.pe.brushes", brushes);

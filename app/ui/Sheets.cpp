@@ -11,6 +11,7 @@
 #include <QIcon>
 #include <QLabel>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QLocale>
 #include <QPushButton>
 #include <QSlider>
@@ -154,9 +155,13 @@ RecoveryDialog::RecoveryDialog(StudioModel& model, QWidget* parent)
         reload();
     });
     connect(discard, &QPushButton::clicked, this, [this] {
+        int64_t kept = 0;
         for (const auto& item : selected())
-            Recovery::discard(item.id, true);
+            if (!Recovery::discard(item.id, true)) ++kept;
         reload();
+        if (kept > 0)
+            QMessageBox::warning(this, "The Trash is not available",
+                                 "The autosaved copies could not be moved to the Trash, so they were kept.");
     });
     connect(later, &QPushButton::clicked, this, &QDialog::reject);
     reload();

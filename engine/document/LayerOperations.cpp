@@ -325,9 +325,22 @@ void StudioDocument::move(const Uuid& id, const std::optional<Uuid>& intoGroup) 
     markAllDirty();
 }
 
+const StudioLayer* StudioDocument::hiddenOfMergePair(const Uuid& id) const {
+    auto place = container(id);
+    if (!place || place->index == 0) return nullptr;
+    const std::vector<StudioLayer>& siblings = place->parent.empty() ? layers : layer(place->parent).children;
+    const StudioLayer& upper = siblings[size_t(place->index)];
+    const StudioLayer& lower = siblings[size_t(place->index - 1)];
+    if (!upper.isVisible) return &upper;
+    if (!lower.isVisible) return &lower;
+    return nullptr;
+}
+
 void StudioDocument::mergeDown(const Uuid& id) {
     auto place = container(id);
     if (!place || place->index == 0) return;
+    // Merging with a hidden layer would change the picture or drop content.
+    if (hiddenOfMergePair(id)) return;
     StudioLayer lower, upper;
     withSiblings(place->parent, [&](std::vector<StudioLayer>& siblings) {
         lower = siblings[size_t(place->index - 1)];

@@ -102,6 +102,9 @@ public:
     // To the top of the group's children, or of the top level without one.
     void move(const Uuid& id, const std::optional<Uuid>& intoGroup);
     void mergeDown(const Uuid& id);
+    // The hidden layer of the pair Merge Down of `id` would join, if any: such
+    // a merge is refused, since it would change the picture or drop content.
+    const StudioLayer* hiddenOfMergePair(const Uuid& id) const;
     void flattenImage();
     Uuid stampVisible();
     void rasterize(const Uuid& id);

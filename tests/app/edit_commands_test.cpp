@@ -89,6 +89,27 @@ TEST_F(EditTest, UndoDuringALivePreviewRevertsItAndUndoesOneMore) {
     EXPECT_TRUE(doc().canRedo());
 }
 
+TEST_F(EditTest, RedoWithNothingToRedoLeavesALivePreviewAndCrop) {
+    model.addLayer();
+    model.preview = LivePreview{"gaussianBlur", {}, true};
+    model.cropRect = CanvasRect{1, 2, 30, 20};
+    ASSERT_FALSE(doc().canRedo());
+    model.redo();
+    EXPECT_TRUE(model.preview);
+    EXPECT_TRUE(model.cropRect);
+}
+
+TEST_F(EditTest, MergeDownOfAHiddenPairIsRefusedWithAStatus) {
+    model.addLayer();
+    const Uuid upper = active();
+    doc().update(upper, true, [](StudioLayer& l) { l.isVisible = false; });
+    const int64_t before = steps();
+    model.mergeDown();
+    EXPECT_EQ(steps(), before);
+    EXPECT_EQ(doc().layers.size(), 2u);
+    EXPECT_NE(model.status.find("Layer 1"), std::string::npos) << model.status;
+}
+
 TEST_F(EditTest, PixelTargetTellsWhyNothingCanBeWritten) {
     const Uuid base = active();
     EXPECT_EQ(model.pixelTarget(false), (PixelTarget{base, false}));

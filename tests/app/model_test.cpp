@@ -287,6 +287,14 @@ TEST(ToolSettings, StoredEntriesOverlayDefaultsAndBadOnesAreIgnored) {
     EXPECT_EQ(model.retouch["dodge"]["strength"], 0.35);
     EXPECT_EQ(model.tool, Tool::lasso);
 
+    // One malformed field keeps its default; the entry's other fields still count.
+    host.settings["korv.pe.brushes"] = R"({"brush": {"name": 5, "size": 18, "flow": 0.4}})";
+    StudioModel mixed(host);
+    EXPECT_EQ(mixed.brushes["brush"]["name"], "Soft Round");
+    EXPECT_EQ(mixed.brushes["brush"]["size"], 18);
+    EXPECT_EQ(mixed.brushes["brush"]["flow"], 0.4);
+    host.settings["korv.pe.brushes"] = R"({"brush": {"name": "Hard Round", "size": 12}})";
+
     host.settings["korv.pe.tool"] = "laser";
     StudioModel unknown(host);
     EXPECT_EQ(unknown.tool, Tool::move);

@@ -198,6 +198,41 @@ TEST_F(RecoveryTest, DiscardToTheTrashKeepsTheFilesWithTheirOrigin) {
     EXPECT_TRUE(std::filesystem::exists(trash / "files" / (original.filename().string() + ".1")));
 }
 
+TEST_F(RecoveryTest, ACopyTheTrashRefusesStaysAndLeftoversGoAtStart) {
+    model.newDocument(64, 64, 72, PaintColor::white());
+    edit(model);
+    const Uuid id = model.current()->id;
+    model.autosaveTick(true);
+    // A file where the Trash folder should be: nothing can be moved there.
+    std::ofstream(temp / "Trash") << "not a folder";
+    EXPECT_FALSE(Recovery::discard(id, true));
+    EXPECT_TRUE(copyExists(id));
+    EXPECT_EQ(model.pendingRecovery().size() + Recovery::pending({}).size(), 1u);
+
+    const auto folder = AppFolders::autosave();
+    const auto cut = folder / ("." + Recovery::fileURL(id).filename().string() + ".Ab12Cd");
+    const auto cutInfo = folder / ("." + Recovery::infoURL(id).filename().string() + ".Ef34Gh");
+    std::ofstream(cut) << "half a document";
+    std::ofstream(cutInfo) << "{";
+    std::ofstream(folder / "notes.txt") << "kept";
+    StudioModel restarted(host);
+    EXPECT_FALSE(std::filesystem::exists(cut));
+    EXPECT_FALSE(std::filesystem::exists(cutInfo));
+    EXPECT_TRUE(std::filesystem::exists(folder / "notes.txt"));
+    EXPECT_TRUE(copyExists(id));
+}
+
+TEST_F(RecoveryTest, ANameThatIsNotUtf8StillGetsItsDescription) {
+    model.newDocument(64, 64, 72, PaintColor::white(), "Holiday \xff\xfe 2026");
+    edit(model);
+    const Uuid id = model.current()->id;
+    model.autosaveTick(true);
+    ASSERT_TRUE(copyExists(id));
+    const auto items = Recovery::pending({});
+    ASSERT_EQ(items.size(), 1u);
+    EXPECT_EQ(items[0].info.name.substr(0, 8), "Holiday ");
+}
+
 TEST(RecoveryDates, IsoDatesRoundTripAndRejectOtherForms) {
     const auto t = std::chrono::system_clock::from_time_t(1'800'000'000);
     EXPECT_EQ(isoDate(t), "2027-01-15T08:00:00Z");

@@ -78,6 +78,26 @@ TEST(LayerOperations, MergeDownRefusesBottomAdjustmentAndGroup) {
     EXPECT_TRUE(doc.dirtyTiles.empty());
 }
 
+// A hidden layer in the pair: merging would make a visible upper vanish, or
+// drop a hidden upper's content. Both are refused and named.
+TEST(LayerOperations, MergeDownRefusesAHiddenLayerOfThePair) {
+    for (bool upperHidden : {true, false}) {
+        SCOPED_TRACE(upperHidden);
+        StudioLayer bg = solidLayer(kGrid, {200, 180, 160, 255});
+        StudioLayer lower = solidLayer(kGrid, {40, 120, 200, 255}, {20, 20, 250, 200});
+        StudioLayer upper = solidLayer(kGrid, {60, 30, 0, 128}, {100, 100, 200, 160});
+        (upperHidden ? upper : lower).isVisible = false;
+        StudioDocument doc(300, 260, 72, {bg, lower, upper}, upper.id);
+        const auto before = doc.flattened();
+        const uint64_t print = doc.fingerprint();
+        ASSERT_NE(doc.hiddenOfMergePair(upper.id), nullptr);
+        EXPECT_EQ(doc.hiddenOfMergePair(upper.id)->id, upperHidden ? upper.id : lower.id);
+        doc.mergeDown(upper.id);
+        EXPECT_EQ(doc.fingerprint(), print);
+        EXPECT_EQ(maxDiff(*before, *doc.flattened()), 0);
+    }
+}
+
 TEST(LayerOperations, DeleteChoosesTheLayerBelow) {
     StudioLayer a = StudioLayer::pixelLayer("A", kGrid), b = StudioLayer::pixelLayer("B", kGrid),
                 c = StudioLayer::pixelLayer("C", kGrid), d = StudioLayer::pixelLayer("D", kGrid),
