@@ -1,5 +1,7 @@
 #include "app/ui/QtHost.h"
 
+#include "app/model/FileNames.h"
+
 #include <QApplication>
 #include <QBuffer>
 #include <QClipboard>
@@ -66,8 +68,7 @@ std::optional<std::filesystem::path> QtHost::savePanel(const SavePanelRequest& r
         QString::fromStdString(request.suggestedName),
         QString("%1 (*.%2)").arg(extension.toUpper(), extension));
     if (name.isEmpty()) return std::nullopt;
-    if (!extension.isEmpty() && !name.endsWith("." + extension, Qt::CaseInsensitive)) name += "." + extension;
-    return std::filesystem::path(name.toStdString());
+    return std::filesystem::path(withExtension(name.toStdString(), request.extension));
 }
 
 int QtHost::runAlert(const std::string& message, const std::string& informative,

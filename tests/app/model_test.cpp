@@ -1,6 +1,7 @@
 // The model's document sessions: new, open, place, save, close and quit.
 #include "FakeHost.h"
 #include "app/model/CanvasZoom.h"
+#include "app/model/FileNames.h"
 #include "app/model/StudioModel.h"
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/ImageExport.h"
@@ -314,6 +315,16 @@ TEST(ToolSettings, StoredEntriesOverlayDefaultsAndBadOnesAreIgnored) {
 
 namespace korv {
 namespace {
+
+TEST(FileNames, AnySpellingOfTheFormatsExtensionIsKept) {
+    EXPECT_EQ(withExtension("x.jpeg", "jpg"), "x.jpeg");
+    EXPECT_EQ(withExtension("x.JPG", "jpg"), "x.JPG");
+    EXPECT_EQ(withExtension("scan.tif", "tiff"), "scan.tif");
+    EXPECT_EQ(withExtension("x.png", "jpg"), "x.png.jpg");
+    EXPECT_EQ(withExtension("holiday.jpeg.korvstudio", "korvstudio"), "holiday.jpeg.korvstudio");
+    EXPECT_EQ(withExtension("holiday.jpeg", "korvstudio"), "holiday.jpeg.korvstudio");
+    EXPECT_EQ(withExtension(".jpg", "jpg"), ".jpg.jpg");
+}
 
 TEST(CanvasZoom, StepsSkipNearbyStepsAndStopAtTheEnds) {
     EXPECT_EQ(CanvasZoom::nextStep(1.0, true), 1.5);
