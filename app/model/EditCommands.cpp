@@ -7,6 +7,7 @@
 #include "engine/render/StudioRenderer.h"
 #include "engine/selection/SelectionTools.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <ctime>
@@ -406,6 +407,13 @@ void StudioModel::refineSelection(const std::string& kind, double amount) {
             refined = SelectionTools::smooth(mask, w, h, amount);
         else
             refined = SelectionTools::border(mask, w, h, amount);
+        // A refinement that changes nothing is no step; one that would leave
+        // nothing selected keeps the selection and says why.
+        if (refined == mask) return false;
+        if (std::none_of(refined.begin(), refined.end(), [](uint8_t v) { return v != 0; })) {
+            status = "The " + kind + " would leave nothing selected.";
+            return false;
+        }
         d.setSelection(SelectionTools::selection(refined, w, h, SelectionOp::replace, nullptr));
         return true;
     });

@@ -138,6 +138,63 @@ void BM_CvDilate10(benchmark::State& state) {
     }
 }
 
+// The sliders' maxima: feather 200 and grow 200, on the sky mask at 24 MP
+// (argument 1) and on its 2000 x 2000 corner (argument 0). The baselines are
+// what these ran as before: OpenCV's Gaussian of 3 sigma and its dilation by
+// the whole disc, on the 2000 x 2000 corner only, since they take seconds.
+struct SizedMask {
+    SelectionTools::Mask mask;
+    int64_t width, height;
+};
+
+const SizedMask& maskOfSize(int64_t which) {
+    static const SizedMask full{skyMask(), kWidth, kHeight};
+    static const SizedMask corner = [] {
+        SizedMask c{SelectionTools::Mask(size_t(2000 * 2000)), 2000, 2000};
+        for (int64_t y = 0; y < 2000; ++y)
+            std::copy_n(skyMask().data() + y * kWidth, 2000, c.mask.data() + y * 2000);
+        return c;
+    }();
+    return which == 0 ? corner : full;
+}
+
+void BM_Feather200(benchmark::State& state) {
+    const SizedMask& m = maskOfSize(state.range(0));
+    for (auto _ : state) {
+        auto out = SelectionTools::feather(m.mask, m.width, m.height, 200);
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+
+void BM_Grow200(benchmark::State& state) {
+    const SizedMask& m = maskOfSize(state.range(0));
+    for (auto _ : state) {
+        auto out = SelectionTools::grow(m.mask, m.width, m.height, 200);
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+
+void BM_CvGaussianBlur200(benchmark::State& state) {
+    const SizedMask& m = maskOfSize(0);
+    const cv::Mat src(int(m.height), int(m.width), CV_8UC1, const_cast<uint8_t*>(m.mask.data()));
+    for (auto _ : state) {
+        cv::Mat dst;
+        cv::GaussianBlur(src, dst, {1201, 1201}, 200, 200, cv::BORDER_REPLICATE);
+        benchmark::DoNotOptimize(dst.data);
+    }
+}
+
+void BM_CvDilate200(benchmark::State& state) {
+    const SizedMask& m = maskOfSize(0);
+    const cv::Mat src(int(m.height), int(m.width), CV_8UC1, const_cast<uint8_t*>(m.mask.data()));
+    const cv::Mat disc = cv::getStructuringElement(cv::MORPH_ELLIPSE, {401, 401});
+    for (auto _ : state) {
+        cv::Mat dst;
+        cv::dilate(src, dst, disc, {-1, -1}, 1, cv::BORDER_REPLICATE);
+        benchmark::DoNotOptimize(dst.data);
+    }
+}
+
 // The wand's mask turned into a selection: the copy, the bounds and the traced outline.
 void BM_SelectionFromWand(benchmark::State& state) {
     const SelectionTools::Mask& m = skyMask();
@@ -167,5 +224,9 @@ KORV_WALL(BM_CvGaussianBlur20);
 KORV_WALL(BM_Grow10);
 KORV_WALL(BM_CvDilate10);
 KORV_WALL(BM_SelectionFromWand);
+KORV_WALL(BM_Feather200)->Arg(0)->Arg(1);
+KORV_WALL(BM_CvGaussianBlur200)->Iterations(1);
+KORV_WALL(BM_Grow200)->Arg(0)->Arg(1);
+KORV_WALL(BM_CvDilate200)->Iterations(1);
 
 } // namespace

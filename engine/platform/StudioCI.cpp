@@ -1,5 +1,7 @@
 #include "engine/platform/StudioCI.h"
 
+#include "engine/platform/MaskFilters.h"
+
 #include "engine/core/ParallelFor.h"
 #include "engine/core/Require.h"
 
@@ -92,12 +94,28 @@ void morphology(const cv::Mat& src, cv::Mat& dst, double radius, Edges edges, bo
     });
 }
 
+// Infinite amounts are bounded by the picture's size further on.
 bool filters(double amount, double least) {
-    return std::isfinite(amount) && amount >= least;
+    return !std::isnan(amount) && amount >= least;
 }
+
+// A radius past the picture's diagonal reaches every pixel from every other,
+// so a larger one changes nothing; bounding it keeps kernels finite.
+double boundedRadius(double radius, int64_t width, int64_t height) {
+    return std::min(radius, std::hypot(double(width), double(height)) + 1.0);
+}
+
+// A sigma of the longer side already spreads a pixel nearly evenly over the picture.
+double boundedSigma(double sigma, int64_t width, int64_t height) {
+    return std::min(sigma, double(std::max<int64_t>({width, height, 1})));
+}
+
+// Past this sigma the eight box passes beat the true kernel, whose cost grows with sigma.
+constexpr double kBoxSigma = 20.0;
 
 RGBABufferPtr morphologyImage(const RGBABuffer& image, double radius, Edges edges, bool maximum) {
     if (!filters(radius, 1.0)) return image.copy();
+    radius = boundedRadius(radius, image.width(), image.height());
     auto out = std::make_shared<RGBABuffer>(image.width(), image.height(), RGBABuffer::Uninitialized{});
     cv::Mat dst = view(*out);
     morphology(view(image), dst, radius, edges, maximum);
@@ -108,7 +126,12 @@ Mask morphologyMask(const Mask& mask, int64_t width, int64_t height, double radi
                     bool maximum) {
     checkMask(mask, width, height);
     if (mask.empty() || !filters(radius, 1.0)) return mask;
+    radius = boundedRadius(radius, width, height);
     Mask out(mask.size());
+    if (edges == Edges::clamp) {
+        MaskFilters::discMorphology(mask.data(), out.data(), width, height, radius, maximum);
+        return out;
+    }
     cv::Mat dst = view(out, width, height);
     morphology(view(mask, width, height), dst, radius, edges, maximum);
     return out;
@@ -153,6 +176,7 @@ void render(RGBABuffer& image) {
 
 RGBABufferPtr gaussianBlur(const RGBABuffer& image, double sigma, Edges edges) {
     if (!filters(sigma, 0.0) || sigma == 0) return image.copy();
+    sigma = boundedSigma(sigma, image.width(), image.height());
     auto out = std::make_shared<RGBABuffer>(image.width(), image.height(), RGBABuffer::Uninitialized{});
     cv::Mat dst = view(*out);
     blur(view(image), dst, sigma, edges);
@@ -162,7 +186,12 @@ RGBABufferPtr gaussianBlur(const RGBABuffer& image, double sigma, Edges edges) {
 Mask gaussianBlur(const Mask& mask, int64_t width, int64_t height, double sigma, Edges edges) {
     checkMask(mask, width, height);
     if (mask.empty() || !filters(sigma, 0.0) || sigma == 0) return mask;
+    sigma = boundedSigma(sigma, width, height);
     Mask out(mask.size());
+    if (edges == Edges::clamp && sigma > kBoxSigma) {
+        MaskFilters::boxGaussian(mask.data(), out.data(), width, height, sigma);
+        return out;
+    }
     cv::Mat dst = view(out, width, height);
     blur(view(mask, width, height), dst, sigma, edges);
     return out;

@@ -159,9 +159,27 @@ SelectionRef selection(const Mask& mask, int64_t width, int64_t height, Selectio
 
 Mask grow(const Mask& mask, int64_t width, int64_t height, double pixels) {
     checkMask(mask, width, height);
-    if (pixels > 0) return StudioCI::morphologyMaximum(mask, width, height, pixels, Edges::clamp);
-    if (pixels < 0) return StudioCI::morphologyMinimum(mask, width, height, -pixels, Edges::clamp);
-    return mask;
+    if (std::isnan(pixels) || pixels == 0) return mask;
+    // Whole pixels by the disc; a fraction of a pixel more lies between the
+    // disc of that size and the next one, so small and fractional amounts
+    // still grow or shrink the edge, and the result is continuous in them.
+    const bool out = pixels > 0;
+    const double amount = std::min(std::fabs(pixels), double(width + height));
+    const double whole = std::floor(amount), part = amount - whole;
+    auto by = [&](double r) {
+        if (r < 1) return mask;
+        return out ? StudioCI::morphologyMaximum(mask, width, height, r, Edges::clamp)
+                   : StudioCI::morphologyMinimum(mask, width, height, r, Edges::clamp);
+    };
+    Mask lower = by(whole);
+    if (part <= 0) return lower;
+    const Mask upper = by(whole + 1);
+    const int weight = int(std::lround(part * 256.0));
+    for (size_t i = 0; i < lower.size(); ++i) {
+        const int a = lower[i], b = upper[i];
+        lower[i] = uint8_t(a + ((b - a) * weight + (b >= a ? 128 : -128)) / 256);
+    }
+    return lower;
 }
 
 Mask feather(const Mask& mask, int64_t width, int64_t height, double radius) {
@@ -181,8 +199,15 @@ Mask smooth(const Mask& mask, int64_t width, int64_t height, double radius) {
 }
 
 Mask border(const Mask& mask, int64_t width, int64_t height, double pixels) {
-    Mask outer = grow(mask, width, height, pixels * 0.5);
-    const Mask inner = grow(mask, width, height, pixels * -0.5);
+    checkMask(mask, width, height);
+    if (!(pixels > 0)) return Mask(mask.size(), 0);
+    pixels = std::min(pixels, double(width + height));
+    // The width asked for, split about the old edge with the larger whole
+    // half outside: 1 gives one pixel outside the edge, 3 two outside and
+    // one inside, 1.5 one outside and a half-covered pixel inside.
+    const double outside = std::min(std::ceil(pixels * 0.5), pixels);
+    Mask outer = grow(mask, width, height, outside);
+    const Mask inner = grow(mask, width, height, -(pixels - outside));
     uint8_t* o = outer.data();
     const uint8_t* in = inner.data();
     for (size_t i = 0; i < outer.size(); ++i)

@@ -249,6 +249,18 @@ TEST_F(EditTest, WandClicksAndRefinementsAreSelectionSteps) {
     model.refineSelection("shrink", 4);
     EXPECT_EQ(lastStep(), "Selection: Shrink");
     EXPECT_EQ(doc().selection->bounds(), (IRect{32, 0, 32, 48}));
+    // The border slider starts at 1: one pixel outside the edge.
+    model.refineSelection("border", 1);
+    EXPECT_EQ(lastStep(), "Selection: Border");
+    EXPECT_EQ(doc().selection->bounds(), (IRect{31, 0, 1, 48}));
+    model.undo();
+    // Around the whole canvas there is no edge: nothing would be selected, so no step.
+    model.selectAll();
+    const int64_t before = steps();
+    model.refineSelection("border", 4);
+    EXPECT_EQ(steps(), before);
+    EXPECT_TRUE(doc().selection);
+    model.undo();
     model.refineSelection("feather", 3);
     EXPECT_EQ(lastStep(), "Selection: Feather");
     EXPECT_GT(doc().selection->value(31, 20), 0);

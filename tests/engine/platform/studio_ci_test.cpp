@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cmath>
 #include <gtest/gtest.h>
+#include <vector>
 
 using namespace korv;
 using namespace korv::StudioCI;
@@ -138,6 +140,43 @@ TEST(StudioCI, MorphologyMatchesADiscEverywhere) {
             ASSERT_EQ(mx[size_t(y * w + x)], hi) << x << "," << y;
             ASSERT_EQ(mn[size_t(y * w + x)], lo) << x << "," << y;
         }
+}
+
+// Large sigmas run as box passes: they must stay within two levels of the
+// true Gaussian with the edges continued, computed here in doubles.
+TEST(StudioCI, LargeBlursAgreeWithTheTrueGaussian) {
+    const int64_t w = 160, h = 150;
+    Mask m(size_t(w * h), 0);
+    for (int64_t y = 0; y < 105; ++y)
+        for (int64_t x = 30; x < 120; ++x)
+            m[size_t(y * w + x)] = (x * 7 + y * 3) % 5 == 0 ? 90 : 255;
+    for (double sigma : {20.5, 40.0}) {
+        const int64_t reach = int64_t(std::ceil(4 * sigma));
+        std::vector<double> k;
+        double total = 0;
+        for (int64_t i = -reach; i <= reach; ++i)
+            total += k.emplace_back(std::exp(-double(i * i) / (2 * sigma * sigma)));
+        std::vector<double> across(m.size()), exact(m.size());
+        for (int64_t y = 0; y < h; ++y)
+            for (int64_t x = 0; x < w; ++x) {
+                double v = 0;
+                for (int64_t i = -reach; i <= reach; ++i)
+                    v += k[size_t(i + reach)] * m[size_t(y * w + std::clamp<int64_t>(x + i, 0, w - 1))];
+                across[size_t(y * w + x)] = v / total;
+            }
+        for (int64_t y = 0; y < h; ++y)
+            for (int64_t x = 0; x < w; ++x) {
+                double v = 0;
+                for (int64_t i = -reach; i <= reach; ++i)
+                    v += k[size_t(i + reach)] * across[size_t(std::clamp<int64_t>(y + i, 0, h - 1) * w + x)];
+                exact[size_t(y * w + x)] = v / total;
+            }
+        const Mask fast = gaussianBlur(m, w, h, sigma, Edges::clamp);
+        int worst = 0;
+        for (size_t i = 0; i < m.size(); ++i)
+            worst = std::max(worst, std::abs(int(fast[i]) - int(exact[i] + 0.5)));
+        EXPECT_LE(worst, 2) << sigma;
+    }
 }
 
 TEST(StudioCI, MatrixGeometryAndComposite) {

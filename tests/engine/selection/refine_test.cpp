@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <gtest/gtest.h>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 using namespace korv;
@@ -81,6 +82,50 @@ TEST(Refine, BorderIsCentredOnTheEdge) {
     EXPECT_EQ(b[size_t(15 * 30 + 11)], 255); // inside, near the edge
     EXPECT_EQ(b[size_t(15 * 30 + 9)], 255);  // outside, near the edge
     EXPECT_EQ(b[size_t(15 * 30 + 5)], 0);    // far outside
+}
+
+TEST(Refine, FractionalAmountsHaveTheWidthAskedFor) {
+    const Mask m = square(30, 30, {10, 10, 10, 10});
+    auto row = [](const Mask& b, int64_t x) { return int(b[size_t(15 * 30 + x)]); };
+    // Border 1: one pixel just outside the edge; 3: two outside, one inside.
+    const Mask one = border(m, 30, 30, 1);
+    EXPECT_EQ(row(one, 9), 255);
+    EXPECT_EQ(row(one, 8), 0);
+    EXPECT_EQ(row(one, 10), 0);
+    const Mask three = border(m, 30, 30, 3);
+    EXPECT_EQ(row(three, 8), 255);
+    EXPECT_EQ(row(three, 10), 255);
+    EXPECT_EQ(row(three, 11), 0);
+    const Mask oneAndHalf = border(m, 30, 30, 1.5);
+    EXPECT_EQ(row(oneAndHalf, 9), 255);
+    EXPECT_NEAR(row(oneAndHalf, 10), 128, 1);
+    EXPECT_EQ(row(oneAndHalf, 11), 0);
+    EXPECT_EQ(row(border(m, 30, 30, 0.5), 9), 128);
+
+    // Grow and shrink by less than a pixel move the edge by that much coverage.
+    EXPECT_EQ(row(grow(m, 30, 30, 0.5), 9), 128);
+    EXPECT_EQ(row(grow(m, 30, 30, 0.25), 9), 64);
+    EXPECT_EQ(row(grow(m, 30, 30, -0.5), 10), 127);
+    int last = 0;
+    for (double p : {0.0, 0.3, 0.9, 1.0, 1.2, 1.8, 2.0}) {
+        const int v = row(grow(m, 30, 30, p), 8);
+        EXPECT_GE(v, last) << p;
+        last = v;
+    }
+    EXPECT_EQ(last, 255);
+}
+
+TEST(Refine, HugeAmountsStayBounded) {
+    const Mask m = square(30, 20, {10, 5, 10, 10});
+    for (double p : {1e9, std::numeric_limits<double>::infinity()}) {
+        EXPECT_EQ(count255(grow(m, 30, 20, p)), 600);
+        EXPECT_EQ(count255(grow(m, 30, 20, -p)), 0);
+        const Mask f = feather(m, 30, 20, p);
+        EXPECT_LE(*std::max_element(f.begin(), f.end()) - *std::min_element(f.begin(), f.end()), 2);
+        EXPECT_EQ(border(m, 30, 20, p).size(), m.size());
+        EXPECT_EQ(smooth(m, 30, 20, p).size(), m.size());
+    }
+    EXPECT_EQ(grow(m, 30, 20, std::numeric_limits<double>::quiet_NaN()), m);
 }
 
 TEST(Refine, SelectionCombines) {
