@@ -25,6 +25,14 @@ inline std::vector<uint8_t> readPicture(const std::string& name) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+// A file of tests/data by its path there, e.g. "regress/x.gif".
+inline std::vector<uint8_t> readFile(const std::string& path) {
+    const std::string full = std::string(KORV_TEST_SOURCE_DIR) + "/../data/" + path;
+    std::ifstream in(full, std::ios::binary);
+    if (!in.good()) throw std::runtime_error("missing test file " + full);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
 // The decoder's answer, which may be nothing.
 inline std::optional<DecodedImage> decodePicture(const std::string& name) {
     return ImageImport::decode(readPicture(name));

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <lcms2.h>
 #include <png.h>
 
@@ -132,8 +133,9 @@ TEST(ImageImport, DamagedTruncatedAndOversizedFilesGiveNothing) {
         for (double cut : {0.02, 0.3, 0.5, 0.9}) {
             const auto part = std::span(bytes).first(size_t(double(bytes.size()) * cut));
             const auto decoded = ImageImport::decode(part);
-            // A cut JPEG keeps the rows that arrived (jpeg_tiff_import_test).
-            if (!endsEarly(e.name) && !std::string(e.name).starts_with("jpeg") && cut <= 0.5) {
+            // A cut JPEG or GIF keeps the rows that arrived (tested on their own).
+            const std::string name = e.name;
+            if (!endsEarly(e.name) && !name.starts_with("jpeg") && !name.starts_with("gif") && cut <= 0.5) {
                 EXPECT_FALSE(decoded.has_value()) << "cut at " << cut;
             }
         }
@@ -142,6 +144,31 @@ TEST(ImageImport, DamagedTruncatedAndOversizedFilesGiveNothing) {
             EXPECT_FALSE(lastByteMissing.has_value());
         }
     }
+}
+
+// A GIF whose data runs out opens with the rows that arrived, and a screen of
+// 30,000 x 30,000 announced by 30 bytes costs nothing before the data is there.
+TEST(ImageImport, CutGifKeepsItsRowsAndAnEmptyScreenCostsNothing) {
+    const std::vector<uint8_t> bytes = readPicture("gif/hopper.gif");
+    const auto cut = ImageImport::decode(std::span(bytes).first(bytes.size() / 2));
+    ASSERT_TRUE(cut);
+    ASSERT_EQ(cut->image->width(), 128);
+    ASSERT_EQ(cut->image->height(), 128);
+    EXPECT_EQ(cut->image->pixel(64, 2)[3], 255);
+    EXPECT_EQ(cut->image->pixel(64, 125)[3], 0);
+    const RGBABufferPtr whole = openPicture("gif/hopper.gif").image;
+    EXPECT_EQ(cut->image->pixel(64, 2), whole->pixel(64, 2));
+    // Interlaced rows cut short would be scattered stripes: nothing opens.
+    const std::vector<uint8_t> interlaced = readPicture("gif/transparent-interlaced.gif");
+    EXPECT_FALSE(ImageImport::decode(std::span(interlaced).first(interlaced.size() * 2 / 3)));
+
+    const std::vector<uint8_t> bomb = testing::readFile("regress/gif-screen-30000-no-data.gif");
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const int64_t before = usage.ru_maxrss;
+    EXPECT_FALSE(ImageImport::decode(bomb));
+    getrusage(RUSAGE_SELF, &usage);
+    EXPECT_LT(usage.ru_maxrss - before, 256 * 1024) << "KiB of peak memory for 30 bytes";
 }
 
 TEST(ImageImport, LimitsRefuseBeforeDecoding) {
