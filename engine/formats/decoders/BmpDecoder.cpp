@@ -114,15 +114,17 @@ std::optional<Header> readHeader(Bytes b) {
 
 // Decodes RLE8 or RLE4 into the picture, bottom row first. Pixels the codes
 // skip stay transparent. Data that ends before its end-of-picture code, or
-// that writes above the top row, makes the file unreadable.
-bool decodeRLE(Bytes data, const Header& hd, const uint32_t* palette, RGBABuffer& image) {
+// that writes above the top row, makes the file unreadable. Without a picture
+// it only checks the codes, so that nothing is allocated for a stream that
+// fails.
+bool decodeRLE(Bytes data, const Header& hd, const uint32_t* palette, RGBABuffer* image) {
     const bool four = hd.compression == kRLE4;
     const int64_t w = hd.width, h = hd.height;
     int64_t x = 0, y = 0; // y counts from the bottom
     size_t at = 0;
     auto put = [&](unsigned index) {
-        if (x < w && y < h)
-            reinterpret_cast<uint32_t*>(image.row(h - 1 - y))[x] =
+        if (image && x < w && y < h)
+            reinterpret_cast<uint32_t*>(image->row(h - 1 - y))[x] =
                 palette[index < hd.paletteCount ? index : 0];
         ++x;
     };
@@ -182,12 +184,13 @@ std::optional<DecodedImage> decodeBmp(Bytes bytes, const DecodeLimits& limits) {
             std::memcpy(&palette[i], px, 4);
         }
     }
+    if (rle && !decodeRLE(data, hd, palette, nullptr)) return std::nullopt;
     RGBABufferPtr image = allocate(hd.width, hd.height, limits, 1);
     if (!image) return std::nullopt;
     bool hasAlpha = false;
     if (rle) {
         std::memset(image->data(), 0, size_t(image->byteCount()));
-        if (!decodeRLE(data, hd, palette, *image)) return std::nullopt;
+        if (!decodeRLE(data, hd, palette, image.get())) return std::nullopt;
     } else {
         const Field red(hd.masks[0]), green(hd.masks[1]), blue(hd.masks[2]), alpha(hd.masks[3]);
         hasAlpha = hd.masks[3] != 0;

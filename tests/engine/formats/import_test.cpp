@@ -148,7 +148,7 @@ TEST(ImageImport, DamagedTruncatedAndOversizedFilesGiveNothing) {
 
 // A GIF whose data runs out opens with the rows that arrived, and a screen of
 // 30,000 x 30,000 announced by 30 bytes costs nothing before the data is there.
-TEST(ImageImport, CutGifKeepsItsRowsAndAnEmptyScreenCostsNothing) {
+TEST(ImageImport, CutGifKeepsItsRowsAndClaimsWithoutDataCostNothing) {
     const std::vector<uint8_t> bytes = readPicture("gif/hopper.gif");
     const auto cut = ImageImport::decode(std::span(bytes).first(bytes.size() / 2));
     ASSERT_TRUE(cut);
@@ -162,13 +162,17 @@ TEST(ImageImport, CutGifKeepsItsRowsAndAnEmptyScreenCostsNothing) {
     const std::vector<uint8_t> interlaced = readPicture("gif/transparent-interlaced.gif");
     EXPECT_FALSE(ImageImport::decode(std::span(interlaced).first(interlaced.size() * 2 / 3)));
 
-    const std::vector<uint8_t> bomb = testing::readFile("regress/gif-screen-30000-no-data.gif");
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const int64_t before = usage.ru_maxrss;
-    EXPECT_FALSE(ImageImport::decode(bomb));
-    getrusage(RUSAGE_SELF, &usage);
-    EXPECT_LT(usage.ru_maxrss - before, 256 * 1024) << "KiB of peak memory for 30 bytes";
+    // So does a run-length BMP of the same size whose codes stop without an end.
+    for (const char* name : {"regress/gif-screen-30000-no-data.gif", "regress/bmp-rle8-30000-cut.bmp"}) {
+        SCOPED_TRACE(name);
+        const std::vector<uint8_t> bomb = testing::readFile(name);
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        const int64_t before = usage.ru_maxrss;
+        EXPECT_FALSE(ImageImport::decode(bomb));
+        getrusage(RUSAGE_SELF, &usage);
+        EXPECT_LT(usage.ru_maxrss - before, 256 * 1024) << "KiB of peak memory";
+    }
 }
 
 TEST(ImageImport, LimitsRefuseBeforeDecoding) {
