@@ -1,4 +1,5 @@
-// ImageImport::decode on arbitrary bytes: every decoder must give a picture or
+// ImageImport::decode on arbitrary bytes with lowered limits (see
+// fuzz_image_import_real_limits.cpp for the real ones): every decoder must give a picture or
 // nothing, never crash, leak or read out of bounds. The limits are lowered so
 // that a header claiming a huge canvas is refused instead of exhausting the
 // fuzzer's memory; the size checks themselves are the same code.
