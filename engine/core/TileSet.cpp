@@ -13,8 +13,15 @@ TileSet::TileSet(const TileGrid& g, std::vector<TilePtr> t) : grid(g), tiles(std
 }
 
 int64_t TileSet::checked(int64_t i) const {
-    KORV_REQUIRE(i >= 0 && i < int64_t(tiles.size()));
+    KORV_REQUIRE(i >= 0 && i < grid.count());
     return i;
+}
+
+bool TileSet::operator==(const TileSet& other) const {
+    if (!(grid == other.grid)) return false;
+    if (tiles.size() == other.tiles.size()) return tiles == other.tiles;
+    const auto& sized = tiles.empty() ? other.tiles : tiles;
+    return std::all_of(sized.begin(), sized.end(), [](const TilePtr& t) { return !t; });
 }
 
 TileSet TileSet::from(const RGBABuffer& buffer) {
@@ -24,7 +31,9 @@ TileSet TileSet::from(const RGBABuffer& buffer) {
 }
 
 Tile& TileSet::writable(int64_t i) {
-    TilePtr& entry = tiles[size_t(checked(i))];
+    checked(i);
+    ensureCells();
+    TilePtr& entry = tiles[size_t(i)];
     if (!entry) entry = std::make_shared<Tile>();
     else if (entry->frozen()) entry = Tile::copying(*entry);
     return *entry;
@@ -40,13 +49,13 @@ bool TileSet::isEmpty() const {
 }
 
 uint8_t TileSet::alpha(int64_t x, int64_t y) const {
-    if (x < 0 || y < 0 || x >= grid.width || y >= grid.height) return 0;
+    if (x < 0 || y < 0 || x >= grid.width || y >= grid.height || tiles.empty()) return 0;
     const Tile* t = tiles[size_t(grid.indexAt(x, y))].get();
     return t ? t->row(y & (kTileSize - 1))[(x & (kTileSize - 1)) * 4 + 3] : 0;
 }
 
 Pixel4 TileSet::pixel(int64_t x, int64_t y) const {
-    if (x < 0 || y < 0 || x >= grid.width || y >= grid.height) return {0, 0, 0, 0};
+    if (x < 0 || y < 0 || x >= grid.width || y >= grid.height || tiles.empty()) return {0, 0, 0, 0};
     const Tile* t = tiles[size_t(grid.indexAt(x, y))].get();
     if (!t) return {0, 0, 0, 0};
     const uint8_t* p = t->row(y & (kTileSize - 1)) + (x & (kTileSize - 1)) * 4;
@@ -72,7 +81,7 @@ void TileSet::fillAll(uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
 RGBABufferPtr TileSet::toBuffer() const {
     auto out = std::make_shared<RGBABuffer>(grid.width, grid.height);
     parallelFor(grid.count(), [&](int64_t i) {
-        const Tile* t = tiles[size_t(i)].get();
+        const Tile* t = tile(i);
         if (!t) return;
         IRect r = grid.rect(i);
         for (int64_t y = 0; y < r.h; ++y)
@@ -86,7 +95,7 @@ RGBABufferPtr TileSet::region(const IRect& r) const {
     IRect clip = r.intersection(grid.bounds());
     if (clip.isEmpty()) return out;
     for (int64_t index : grid.tiles(clip)) {
-        const Tile* t = tiles[size_t(index)].get();
+        const Tile* t = tile(index);
         if (!t) continue;
         IRect part = grid.rect(index).intersection(clip);
         for (int64_t y = part.y; y < part.maxY(); ++y)
@@ -98,6 +107,7 @@ RGBABufferPtr TileSet::region(const IRect& r) const {
 
 void TileSet::load(const RGBABuffer& buffer) {
     KORV_REQUIRE(buffer.width() == grid.width && buffer.height() == grid.height);
+    ensureCells();
     // Each iteration writes only its own entry and never an existing tile.
     parallelFor(grid.count(), [&](int64_t i) {
         IRect r = grid.rect(i);

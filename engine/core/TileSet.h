@@ -14,17 +14,30 @@ namespace korv {
 
 struct TileSet {
     TileGrid grid;
+    // One entry per grid cell, or none at all while every cell is absent: an
+    // empty raster costs nothing until something is written to it.
     std::vector<TilePtr> tiles;
 
     TileSet() = default;
-    explicit TileSet(const TileGrid& g) : grid(g), tiles(size_t(g.count())) {}
+    explicit TileSet(const TileGrid& g) : grid(g) {}
     TileSet(const TileGrid& g, std::vector<TilePtr> t);
     static TileSet from(const RGBABuffer& buffer);
 
-    const Tile* tile(int64_t i) const { return tiles[size_t(checked(i))].get(); }
+    const Tile* tile(int64_t i) const {
+        checked(i);
+        return tiles.empty() ? nullptr : tiles[size_t(i)].get();
+    }
+    // Gives every cell its entry, so that `tiles` can be written by index.
+    void ensureCells() {
+        if (tiles.empty()) tiles.resize(size_t(grid.count()));
+    }
     // The tile at i, ready to be written: made if absent, copied if frozen.
     Tile& writable(int64_t i);
-    void setTile(int64_t i, TilePtr t) { tiles[size_t(checked(i))] = std::move(t); }
+    void setTile(int64_t i, TilePtr t) {
+        checked(i);
+        ensureCells();
+        tiles[size_t(i)] = std::move(t);
+    }
     void freeze();
 
     bool isEmpty() const;
@@ -48,8 +61,9 @@ struct TileSet {
     std::optional<IRect> contentBounds() const;
     uint64_t fingerprint() const;
 
-    // Same grid and the very same tiles (not a comparison of bytes).
-    bool operator==(const TileSet&) const = default;
+    // Same grid and the very same tiles (not a comparison of bytes); a set
+    // without entries equals one whose entries are all absent.
+    bool operator==(const TileSet& other) const;
 
 private:
     int64_t checked(int64_t i) const;

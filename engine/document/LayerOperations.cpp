@@ -424,6 +424,7 @@ void StudioDocument::rasterizeAllVector() {
 void StudioDocument::addMask(const Uuid& id, NewMask kind) {
     if (!find(id)) return;
     TileSet mask(grid);
+    mask.ensureCells();
     if (kind == NewMask::hideAll) {
         std::fill(mask.tiles.begin(), mask.tiles.end(), hidingTile());
     } else if (kind != NewMask::revealAll && selection) {
@@ -470,8 +471,9 @@ void StudioDocument::invertMask(const Uuid& id) {
     if (!l || !l->mask) return;
     const TileSet& old = *l->mask;
     TileSet inverted(old.grid);
-    const bool anyAbsent =
-        std::any_of(old.tiles.begin(), old.tiles.end(), [](const TilePtr& t) { return !t; });
+    inverted.ensureCells();
+    const bool anyAbsent = old.tiles.empty() ||
+                           std::any_of(old.tiles.begin(), old.tiles.end(), [](const TilePtr& t) { return !t; });
     const TilePtr hiding = anyAbsent ? hidingTile() : nullptr;
     parallelFor(old.grid.count(), [&](int64_t i) {
         inverted.tiles[size_t(i)] = invertedMaskTile(old.tile(i), old.grid.rect(i), hiding);

@@ -9,6 +9,7 @@ namespace korv {
 
 TileSet paintTiles(const TileGrid& grid, const std::function<Pixel4(int64_t, int64_t)>& shade) {
     TileSet set(grid);
+    set.ensureCells();
     parallelFor(grid.count(), [&](int64_t i) {
         auto tile = std::make_shared<Tile>();
         const IRect r = grid.rect(i);

@@ -9,6 +9,8 @@
 #include "lzfse/Lzfse.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <unordered_set>
 #include <cstring>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -28,6 +30,13 @@ StudioFileError StudioFileError::damaged(std::string detail) {
 }
 StudioFileError StudioFileError::notStudioFile() {
     return {Kind::notStudioFile, "", "This file is not an KORV Lumenary document."};
+}
+StudioFileError StudioFileError::outOfMemory(double gigabytes) {
+    char amount[32];
+    std::snprintf(amount, sizeof amount, "%.1f", gigabytes);
+    return {Kind::outOfMemory, "",
+            std::string("This KORV Lumenary document needs more memory than this computer has (") + amount +
+                " GB for its pixels)."};
 }
 StudioFileError StudioFileError::tooLarge() {
     return {Kind::tooLarge, "", "This picture is larger than KORV Lumenary can open (30,000 \u00D7 30,000 pixels)."};
@@ -51,6 +60,12 @@ constexpr const char* kApp = "KORV Lumenary by Quillmere (KORV), engine 1";
 struct TileTask {
     TileSet* set;
     TileEntry entry;
+};
+
+struct CellHash {
+    size_t operator()(const std::pair<const TileSet*, int64_t>& c) const {
+        return std::hash<const void*>()(c.first) ^ (std::hash<int64_t>()(c.second) * 0x9E3779B97F4A7C15ull);
+    }
 };
 
 [[noreturn]] void damagedManifest() { throw StudioFileError::damaged("manifest"); }
@@ -425,6 +440,7 @@ std::unique_ptr<StudioDocument> decode(std::span<const uint8_t> bytes) {
     if (man.width < 1 || man.height < 1) throw StudioFileError::damaged("canvas size");
     if (man.width > kMaxCanvasSide || man.height > kMaxCanvasSide) throw StudioFileError::tooLarge();
 
+    // Tile sets start without cells: a layer the file leaves empty costs nothing.
     const TileGrid grid(man.width, man.height);
     std::vector<StudioLayer> layers = buildLayers(p.stored, grid);
     std::vector<TileTask> tasks;
@@ -439,19 +455,39 @@ std::unique_ptr<StudioDocument> decode(std::span<const uint8_t> bytes) {
             uint64_t(e.n) > areaSize - uint64_t(e.o))
             break;
     }
-    if (uint64_t(valid) * uint64_t(kTileBytes) > physicalMemory() / 2) throw StudioFileError::tooLarge();
+
+    // A later entry for the same cell replaces an earlier one, so only the
+    // last valid one of each is decoded: repeated entries cost nothing.
+    // `position` keeps each one's place in the file, so that the first fault
+    // in file order is the one reported.
+    std::vector<TileTask> work;
+    std::vector<size_t> position;
+    {
+        std::unordered_set<std::pair<const TileSet*, int64_t>, CellHash> seen;
+        seen.reserve(valid);
+        for (size_t k = valid; k-- > 0;)
+            if (seen.insert({tasks[k].set, tasks[k].entry.i}).second) {
+                work.push_back(tasks[k]);
+                position.push_back(k);
+            }
+        std::reverse(work.begin(), work.end());
+        std::reverse(position.begin(), position.end());
+    }
+    // What the tiles will take: a file can't be opened in less.
+    const uint64_t needed = uint64_t(work.size()) * uint64_t(kTileBytes);
+    if (needed > physicalMemory()) throw StudioFileError::outOfMemory(double(needed) / 1e9);
 
     // Every tile decodes straight from the input into its own storage, in
     // parallel; each chunk of work has one decoder scratch buffer.
-    std::vector<TilePtr> tiles(valid);
-    std::vector<uint8_t> failed(valid, 0);
+    const int64_t count = int64_t(work.size());
+    std::vector<TilePtr> tiles(static_cast<size_t>(count));
+    std::vector<uint8_t> failed(static_cast<size_t>(count), 0);
     const uint8_t* area = bytes.data() + p.areaStart;
-    const int64_t count = int64_t(valid);
     const int64_t chunks = std::min<int64_t>(count, int64_t(std::max(1u, std::thread::hardware_concurrency())) * 4);
     parallelFor(chunks, [&](int64_t chunk) {
         std::vector<uint8_t> scratch(lzfse::decodeScratchSize());
         for (int64_t k = chunk; k < count; k += chunks) {
-            const TileEntry& e = tasks[size_t(k)].entry;
+            const TileEntry& e = work[size_t(k)].entry;
             auto tile = std::make_shared<Tile>(Tile::Uninitialized{});
             const uint8_t* src = area + e.o;
             if (e.c == 1) {
@@ -469,11 +505,12 @@ std::unique_ptr<StudioDocument> decode(std::span<const uint8_t> bytes) {
             tiles[size_t(k)] = std::move(tile);
         }
     });
-    for (size_t k = 0; k < valid; ++k) {
-        const int64_t i = tasks[k].entry.i;
-        if (failed[k] == 1) throw StudioFileError::damaged(tileDetail(i, " data"));
-        if (failed[k] == 2) throw StudioFileError::damaged(tileDetail(i, " length"));
-        tasks[k].set->tiles[size_t(i)] = std::move(tiles[k]); // a later entry replaces an earlier one
+    for (size_t k = 0; k < size_t(count); ++k) {
+        const int64_t i = work[k].entry.i;
+        if (failed[k] && position[k] < valid) {
+            throw StudioFileError::damaged(tileDetail(i, failed[k] == 1 ? " data" : " length"));
+        }
+        work[k].set->setTile(i, std::move(tiles[k]));
     }
     if (valid < tasks.size()) throw StudioFileError::damaged(tileDetail(tasks[valid].entry.i));
 

@@ -23,10 +23,12 @@ class StudioDocument;
 
 class StudioFileError : public std::runtime_error {
 public:
-    enum class Kind { damaged, notStudioFile, tooLarge };
+    enum class Kind { damaged, notStudioFile, tooLarge, outOfMemory };
     static StudioFileError damaged(std::string detail);
     static StudioFileError notStudioFile();
     static StudioFileError tooLarge();
+    // The document's tiles need more memory than this computer has; `gigabytes` is what they need.
+    static StudioFileError outOfMemory(double gigabytes);
 
     Kind kind() const { return kind_; }
     // For damaged files: which part ("manifest", "tile 12 data", ...).

@@ -6,6 +6,7 @@
 #include "engine/render/StudioRenderer.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <nlohmann/json.hpp>
 
 using namespace korv;
@@ -240,4 +241,50 @@ TEST(StudioFile, LimitsAndLenientFields) {
     auto empty = open([](json& j) { j["layers"] = json::array(); });
     ASSERT_EQ(empty->layers.size(), 1u);
     EXPECT_EQ(empty->layers[0].name, "Layer 1");
+}
+
+namespace {
+
+int64_t peakKiB() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+} // namespace
+
+// Files that claim much and hold little: thousands of empty layers with masks
+// on the largest canvas, and one tile stored fifty thousand times. Each opens,
+// and costs what its content needs, not what its claims would.
+TEST(StudioFile, ClaimsWithoutContentCostNothing) {
+    StudioDocument doc(256, 256, 72, PaintColor::white());
+    const auto file = StudioFile::encode(StudioFile::snapshot(doc, false));
+
+    const auto layers = rewrite(file, [](json& j) {
+        j["width"] = 30000;
+        j["height"] = 30000;
+        json layer = j["layers"][0];
+        layer["pixels"] = json::array();
+        layer["mask"] = json::array();
+        j["layers"] = json::array();
+        for (int k = 0; k < 2000; ++k) {
+            layer["id"] = Uuid::random().toString();
+            j["layers"].push_back(layer);
+        }
+    });
+    int64_t before = peakKiB();
+    const auto many = StudioFile::decode(layers);
+    EXPECT_EQ(many->layers.size(), 2000u);
+    EXPECT_LT(peakKiB() - before, 200 * 1024) << "KiB for " << layers.size() << " bytes of layers";
+
+    const auto repeated = rewrite(file, [](json& j) {
+        const json entry = j["layers"][0]["pixels"][0];
+        json& pixels = j["layers"][0]["pixels"];
+        for (int k = 0; k < 50000; ++k)
+            pixels.push_back(entry);
+    });
+    before = peakKiB();
+    const auto once = StudioFile::decode(repeated);
+    EXPECT_LT(peakKiB() - before, 200 * 1024) << "KiB for 50,001 entries of one tile";
+    EXPECT_EQ(once->layers[0].pixels->pixel(100, 100), (Pixel4{255, 255, 255, 255}));
 }
