@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 
 namespace korv {
 
@@ -97,9 +98,21 @@ PixelSize outputSize(const StudioDocument& document, const PhotoExportOptions& o
     return outputSize(document.width(), document.height(), options);
 }
 
+uint64_t memoryNeeded(const StudioDocument& document, const PhotoExportOptions& options) {
+    const PixelSize size = outputSize(document, options);
+    const uint64_t canvas = uint64_t(document.width()) * uint64_t(document.height()) * 4;
+    const uint64_t output = uint64_t(size.width) * uint64_t(size.height) * 4;
+    return canvas + (size.width == document.width() && size.height == document.height() ? output : 2 * output);
+}
+
 std::vector<uint8_t> data(const StudioDocument& document, const PhotoExportOptions& options) {
     const PhotoExportFormat format = options.format;
     const std::string name(displayName(format));
+    // Refused before anything is made: an export larger than this computer's
+    // memory would otherwise be killed halfway instead of failing.
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGESIZE);
+    const uint64_t memory = pages > 0 && pageSize > 0 ? uint64_t(pages) * uint64_t(pageSize) : uint64_t(8) << 30;
+    if (memoryNeeded(document, options) > memory - memory / 4) throw ExportError::cannotEncode(name);
     try {
         RGBABufferPtr image = StudioRenderer::flatten(document);
         if (!image) throw ExportError::cannotEncode(name);

@@ -58,6 +58,9 @@ double clampedScale(double scale);
 // The canvas times the clamped scale, each side rounded half away from zero and at least 1.
 PixelSize outputSize(int64_t canvasWidth, int64_t canvasHeight, const PhotoExportOptions& options);
 PixelSize outputSize(const StudioDocument& document, const PhotoExportOptions& options);
+// Bytes of pixels an export holds at once: the flattened canvas, the picture
+// at its output size and the encoder's copy of it.
+uint64_t memoryNeeded(const StudioDocument& document, const PhotoExportOptions& options);
 // The file's bytes; throws ExportError. The document is only read.
 std::vector<uint8_t> data(const StudioDocument& document, const PhotoExportOptions& options);
 

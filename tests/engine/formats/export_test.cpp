@@ -98,6 +98,21 @@ TEST(PhotoExport, JpegFlattensOnTheBackgroundAndPngKeepsTransparency) {
     }
 }
 
+// Four times the largest canvas is 57.6 GB of pixels: refused with the
+// format's sentence before anything is flattened or allocated.
+TEST(PhotoExport, AnExportBeyondMemoryIsRefusedBeforeItStarts) {
+    StudioDocument huge(30000, 30000, 72);
+    PhotoExportOptions options(PhotoExportFormat::png);
+    options.scale = 4;
+    EXPECT_GT(PhotoExport::memoryNeeded(huge, options), uint64_t(57) << 30);
+    try {
+        PhotoExport::data(huge, options);
+        FAIL() << "an export of 120,000 x 120,000 pixels was attempted";
+    } catch (const ExportError& e) {
+        EXPECT_EQ(std::string(e.what()), "The picture could not be saved as PNG.");
+    }
+}
+
 TEST(PhotoExport, QualityIsClampedWhenUsed) {
     StudioDocument doc(*halfClear(96, 64), 72, "Background");
     PhotoExportOptions zero(PhotoExportFormat::jpeg), least(PhotoExportFormat::jpeg),
