@@ -277,39 +277,6 @@ void convertPrimariesToSRGB(RGBABuffer& image, const float (&xy)[8]) {
     if (source.h) convertProfileToSRGB(image, source.h);
 }
 
-void cmykToRGBA(RGBABuffer& image, const uint8_t* cmyk, int64_t cmykStride, bool inverted,
-                std::span<const uint8_t> iccProfile) {
-    const int64_t w = image.width();
-    // Alpha first: lcms writes the three colour channels only.
-    for (int64_t y = 0; y < image.height(); ++y) {
-        uint8_t* p = image.row(y);
-        for (int64_t x = 0; x < w; ++x)
-            p[x * 4 + 3] = 255;
-    }
-    Profile source(openProfile(iccProfile));
-    if (source.h && cmsGetColorSpace(source.h) == cmsSigCmykData) {
-        Profile srgb(cmsCreate_sRGBProfile());
-        Transform t(cmsCreateTransform(source.h, inverted ? TYPE_CMYK_8_REV : TYPE_CMYK_8, srgb.h,
-                                       TYPE_RGBA_8, INTENT_PERCEPTUAL, cmsFLAGS_NOCACHE));
-        if (t.h) {
-            transformRows(t.h, cmyk, cmykStride, image);
-            return;
-        }
-    }
-    parallelFor(image.height(), [&](int64_t y) {
-        const uint8_t* s = cmyk + y * cmykStride;
-        uint8_t* d = image.row(y);
-        for (int64_t x = 0; x < w; ++x, s += 4, d += 4) {
-            // White where there is no ink: the stored values count ink, or its absence when inverted.
-            const unsigned k = inverted ? s[3] : 255u - s[3];
-            for (int c = 0; c < 3; ++c) {
-                const unsigned v = inverted ? s[c] : 255u - s[c];
-                d[c] = uint8_t((v * k + 127) / 255);
-            }
-        }
-    });
-}
-
 void clampToAlpha(RGBABuffer& image) {
     parallelFor(image.height(), [&](int64_t y) {
         uint8_t* p = image.row(y);

@@ -45,12 +45,6 @@ void convertToSRGB(RGBABuffer& image, std::span<const uint8_t> iccProfile);
 // red, green, blue, white) with the sRGB tone curve, as HEIF's colour boxes say.
 void convertPrimariesToSRGB(RGBABuffer& image, const float (&xy)[8]);
 
-// Opaque RGBA from CMYK rows (4 bytes a pixel): through the profile when there
-// is a usable one, otherwise by the plain formula. inverted is Adobe's form,
-// where 0 means full ink.
-void cmykToRGBA(RGBABuffer& image, const uint8_t* cmyk, int64_t cmykStride, bool inverted,
-                std::span<const uint8_t> iccProfile);
-
 // Straight to premultiplied alpha, in place.
 void premultiply(uint8_t* rgba, int64_t pixels);
 void premultiplyRows(RGBABuffer& image);
