@@ -1,10 +1,12 @@
 // Save and reopen of a 4000 x 3000 document with five painted layers, beside
 // LZFSE alone on the same tiles.
 #include "engine/document/SampleDocument.h"
+#include "engine/formats/AtomicFile.h"
 #include "engine/formats/StudioFile.h"
 #include "lzfse/Lzfse.h"
 
 #include <benchmark/benchmark.h>
+#include <filesystem>
 #include <vector>
 
 namespace {
@@ -48,6 +50,26 @@ void BM_Save(benchmark::State& state) {
     state.counters["tiles"] = double(tiles.size());
 }
 BENCHMARK(BM_Save)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// What a save in the editor adds to the encode: the capture with its preview
+// (a flatten of the whole canvas), and the atomic write with its fsync.
+void BM_SnapshotWithPreview(benchmark::State& state) {
+    for (auto _ : state) {
+        auto snap = StudioFile::snapshot(sample(), true);
+        benchmark::DoNotOptimize(snap.preview.get());
+    }
+}
+BENCHMARK(BM_SnapshotWithPreview)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_WriteAtomically(benchmark::State& state) {
+    const std::vector<uint8_t>& file = savedFile();
+    const std::string path = (std::filesystem::temp_directory_path() / "korv-bench-save.korvstudio").string();
+    for (auto _ : state)
+        writeFileAtomically(path, file);
+    std::filesystem::remove(path);
+    state.SetBytesProcessed(state.iterations() * int64_t(file.size()));
+}
+BENCHMARK(BM_WriteAtomically)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_Reopen(benchmark::State& state) {
     const auto& file = savedFile();
