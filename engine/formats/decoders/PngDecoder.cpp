@@ -43,6 +43,8 @@ struct Session {
     png_uint_32 iccSize = 0;
     png_uint_32 ppmX = 0;
     int ppmUnit = PNG_RESOLUTION_UNKNOWN;
+    // Rows read so far; volatile, since libpng leaves readRows by longjmp.
+    volatile png_uint_32 rowsDone = 0;
 
     Session() = default;
     Session(const Session&) = delete;
@@ -57,6 +59,9 @@ bool readHeader(Session* s, int64_t maxSide) {
     if (!s->png) return false;
     s->info = png_create_info_struct(s->png);
     if (!s->info) return false;
+    // Compressed rows are read in small pieces, so that a cut file loses only
+    // the piece it ends in, not a whole 8 KB read.
+    png_set_compression_buffer_size(s->png, 512);
     if (setjmp(png_jmpbuf(s->png))) return false;
     png_set_read_fn(s->png, &s->reader, readBytes);
     png_set_user_limits(s->png, png_uint_32(maxSide), png_uint_32(maxSide));
@@ -93,7 +98,10 @@ bool readRows(Session* s, uint8_t* out, size_t stride) {
         uint8_t* row = out + size_t(y) * stride;
         png_read_row(s->png, row, nullptr);
         if (s->hasAlpha) premultiply(row, s->width);
+        s->rowsDone = y + 1;
     }
+    // A fault after the pixel rows (a damaged or missing chunk at the end)
+    // loses nothing of the picture.
     png_read_end(s->png, nullptr);
     return true;
 }
@@ -116,7 +124,12 @@ std::optional<DecodedImage> decodePng(Bytes bytes, const DecodeLimits& limits) {
     if (!image) return std::nullopt;
     const size_t stride = size_t(image->width()) * 4;
     if (s.interlace == PNG_INTERLACE_NONE) {
-        if (!readRows(&s, image->data(), stride)) return std::nullopt;
+        // A cut file opens with the rows that arrived, the rest transparent.
+        if (!readRows(&s, image->data(), stride) && s.rowsDone < s.height) {
+            const int64_t rows = s.rowsDone;
+            if (rows == 0 || !keepsPartialPicture(s.width, s.height, rows)) return std::nullopt;
+            std::memset(image->row(rows), 0, size_t(s.height - rows) * stride);
+        }
     } else {
         std::vector<png_bytep> rows(s.height);
         for (png_uint_32 y = 0; y < s.height; ++y)
