@@ -50,6 +50,13 @@ public:
     virtual std::unique_ptr<HostTimer> startRepeatingTimer(double seconds, std::function<void()> tick) = 0;
     // Runs the work on the main thread after the current event.
     virtual void runOnMain(std::function<void()> work) = 0;
+    // Runs work that may take a while (a save, an open) and returns when it is
+    // done, passing on what it throws. A window runs it off its own thread and
+    // shows `label` over the picture once it has taken half a second.
+    virtual void runBusy(const std::string& label, const std::function<void()>& work) {
+        (void)label;
+        work();
+    }
     virtual std::chrono::system_clock::time_point now() { return std::chrono::system_clock::now(); }
     // One line to the system log; may be called from any thread.
     virtual void log(const std::string& line) = 0;

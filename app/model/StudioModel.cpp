@@ -258,7 +258,8 @@ void StudioModel::open(const std::filesystem::path& url) {
     }
     std::unique_ptr<StudioDocument> document;
     try {
-        document = StudioImport::document(readFile(path));
+        host_.runBusy("Opening " + inQuotes(path.filename().string()) + "\u2026",
+                      [&] { document = StudioImport::document(readFile(path)); });
     } catch (const std::exception& e) {
         show("Can't open " + inQuotes(path.filename().string()), e.what());
         return;
@@ -355,17 +356,21 @@ bool StudioModel::writeFile(const std::filesystem::path& url, const std::vector<
 }
 
 bool StudioModel::write(DocSession& session, const std::filesystem::path& url) {
-    std::vector<uint8_t> bytes;
+    // The capture is taken here; the encode reads only its frozen tiles, so it
+    // and the write may run while the window stays alive.
+    const int64_t change = session.doc->changeCount();
     try {
-        bytes = StudioFile::encode(StudioFile::snapshot(*session.doc, true));
+        const StudioFile::Snapshot snapshot = StudioFile::snapshot(*session.doc, true);
+        host_.runBusy("Saving " + inQuotes(url.filename().string()) + "\u2026", [&] {
+            writeFileAtomically(url.string(), StudioFile::encode(snapshot));
+        });
     } catch (const std::exception& e) {
         show("Couldn't save", e.what());
         return false;
     }
-    if (!writeFile(url, bytes, "Couldn't save")) return false;
     session.fileURL = url;
     session.name = displayName(url);
-    session.savedChange = session.doc->changeCount();
+    session.savedChange = change;
     Recovery::discard(session.id, false);
     host_.noteRecentDocument(url);
     status = "Saved " + url.filename().string();

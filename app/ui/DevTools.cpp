@@ -160,6 +160,12 @@ int writeSnapshots(const std::string& folderName) {
         window.canvas().zoomStep(true);
         settle();
         ok &= window.grab().save(QString::fromStdString((folder / "main-window-zoomed.png").string()));
+
+        // What a save or open that takes a while shows over the window.
+        model.setBusy("Saving \u201CSample.korvstudio\u201D\u2026");
+        settle();
+        ok &= window.grab().save(QString::fromStdString((folder / "busy-saving.png").string()));
+        model.setBusy(std::nullopt);
     }
     AppFolders::setBaseOverride(std::nullopt);
     std::printf("%s\n", ok ? "snapshots written" : "snapshots FAILED");

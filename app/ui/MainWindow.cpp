@@ -71,6 +71,7 @@ MainWindow::MainWindow(StudioModel& model, QtHost& host)
     model_.canvas = canvas_;
     if (auto* session = model_.current()) canvas_->showSession(*session);
     host_.setWindow(this);
+    host_.onBusy = [this](std::optional<std::string> text) { model_.setBusy(std::move(text)); };
     buildMenus();
     buildToolBars();
     auto* history = new HistoryPanel(model_, this);
@@ -86,6 +87,7 @@ MainWindow::MainWindow(StudioModel& model, QtHost& host)
 MainWindow::~MainWindow() {
     model_.unobserve(observer_);
     model_.canvas = nullptr;
+    host_.onBusy = nullptr;
     host_.setWindow(nullptr);
 }
 
@@ -339,6 +341,11 @@ void MainWindow::presentAlertAndSheet() {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
+    // A save or open under way finishes first.
+    if (host_.isBusy()) {
+        event->ignore();
+        return;
+    }
     if (quitWithoutAsking_ || model_.shouldQuit())
         event->accept();
     else

@@ -3,6 +3,7 @@
 #include "app/model/FileNames.h"
 
 #include <QApplication>
+#include <QEventLoop>
 #include <QBuffer>
 #include <QClipboard>
 #include <QFileDialog>
@@ -15,7 +16,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <syslog.h>
+#include <thread>
 
 namespace korv {
 namespace {
@@ -127,6 +130,40 @@ std::unique_ptr<HostTimer> QtHost::startRepeatingTimer(double seconds, std::func
 void QtHost::runOnMain(std::function<void()> work) {
     QMetaObject::invokeMethod(
         qApp, [work = std::move(work)] { work(); }, Qt::QueuedConnection);
+}
+
+void QtHost::runBusy(const std::string& label, const std::function<void()>& work) {
+    // No window (tests, the command line) or a nested call: run in place.
+    if (!window_ || busy_) {
+        work();
+        return;
+    }
+    busy_ = true;
+    window_->setEnabled(false);
+    QEventLoop loop;
+    std::exception_ptr failure;
+    std::thread worker([&] {
+        try {
+            work();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+    });
+    // Quick work never flashes the overlay.
+    QTimer later;
+    later.setSingleShot(true);
+    QObject::connect(&later, &QTimer::timeout, [&] {
+        if (onBusy) onBusy(label);
+    });
+    later.start(500);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    worker.join();
+    later.stop();
+    if (onBusy) onBusy(std::nullopt);
+    window_->setEnabled(true);
+    busy_ = false;
+    if (failure) std::rethrow_exception(failure);
 }
 
 void QtHost::log(const std::string& line) {

@@ -5,6 +5,10 @@
 
 #include <QStringList>
 
+#include <functional>
+#include <optional>
+#include <string>
+
 class QWidget;
 
 namespace korv {
@@ -23,6 +27,11 @@ public:
     void setSetting(const std::string& key, const std::string& value) override;
     std::unique_ptr<HostTimer> startRepeatingTimer(double seconds, std::function<void()> tick) override;
     void runOnMain(std::function<void()> work) override;
+    void runBusy(const std::string& label, const std::function<void()>& work) override;
+    // While a long action runs, the window takes no input and can't close.
+    bool isBusy() const { return busy_; }
+    // Shows or hides the busy label over the picture.
+    std::function<void(std::optional<std::string>)> onBusy;
     void log(const std::string& line) override;
     void copyImage(const RGBABuffer& image, const std::string& origin) override;
     RGBABufferPtr pasteImage(std::optional<std::string>* origin) override;
@@ -33,6 +42,7 @@ public:
 
 private:
     QWidget* window_ = nullptr;
+    bool busy_ = false;
 };
 
 } // namespace korv

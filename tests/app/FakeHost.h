@@ -63,6 +63,15 @@ public:
         return std::make_unique<HostTimer>();
     }
     void runOnMain(std::function<void()> work) override { work(); }
+    // Long actions by their labels; `duringBusy` runs before the work, as an
+    // event the window handled while the work ran would.
+    std::vector<std::string> busyLabels;
+    std::function<void()> duringBusy;
+    void runBusy(const std::string& label, const std::function<void()>& work) override {
+        busyLabels.push_back(label);
+        if (duringBusy) duringBusy();
+        work();
+    }
     std::chrono::system_clock::time_point now() override { return clock; }
     void log(const std::string& line) override {
         std::lock_guard guard(logLock);

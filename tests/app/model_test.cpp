@@ -162,6 +162,17 @@ TEST_F(ModelTest, SaveAskForAPlaceOnceThenWritesThere) {
     model.save(false); // has a place now: no panel
     EXPECT_EQ(host.savePanels.size(), 2u);
     EXPECT_FALSE(model.current()->isDirty());
+    ASSERT_FALSE(host.busyLabels.empty());
+    EXPECT_EQ(host.busyLabels.back(), "Saving \u201CFinal.korvstudio\u201D\u2026");
+
+    // The file holds the picture as it was when Save was chosen; a change
+    // made while the save ran leaves the session dirty.
+    const uint64_t saved = model.doc()->fingerprint();
+    host.duringBusy = [&] { edit(model); };
+    model.save(false);
+    host.duringBusy = nullptr;
+    EXPECT_TRUE(model.current()->isDirty());
+    EXPECT_EQ(StudioFile::decode(readBytes(url))->fingerprint(), saved);
 }
 
 TEST_F(ModelTest, AFailedWriteLeavesTheOldFileAndTheSessionAsTheyWere) {
