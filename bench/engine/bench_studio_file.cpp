@@ -1,5 +1,6 @@
 // Save and reopen of a 4000 x 3000 document with five painted layers, beside
 // LZFSE alone on the same tiles.
+#include "PhotoLike.h"
 #include "engine/document/SampleDocument.h"
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/StudioFile.h"
@@ -70,6 +71,45 @@ void BM_WriteAtomically(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * int64_t(file.size()));
 }
 BENCHMARK(BM_WriteAtomically)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A two-layer 24-megapixel photo document saved as the editor saves it: the
+// capture with its preview, the parallel encode and the atomic write with its
+// fsync. The encode alone of the same capture is the baseline.
+StudioDocument& photoDocument() {
+    static auto doc = [] {
+        const int64_t w = 6000, h = 4000;
+        RGBABuffer photo(w, h, RGBABuffer::Uninitialized{});
+        for (int64_t y = 0; y < h; ++y)
+            for (int64_t x = 0; x < w; ++x)
+                photo.setPixel(x, y, bench::photoLikePixel(x, y, w, h));
+        auto d = std::make_unique<StudioDocument>(photo, 72.0, "Background");
+        StudioLayer copy = d->layers[0];
+        copy.id = Uuid::random();
+        copy.name = "Copy";
+        copy.pixels = TileSet::from(photo); // its own tiles, as a retouched copy would have
+        copy.blendMode = BlendMode::softLight;
+        d->layers.push_back(std::move(copy));
+        return d;
+    }();
+    return *doc;
+}
+
+void BM_Save24MPAsTheEditor(benchmark::State& state) {
+    const std::string path = (std::filesystem::temp_directory_path() / "korv-bench-24mp.korvstudio").string();
+    for (auto _ : state)
+        writeFileAtomically(path, StudioFile::encode(StudioFile::snapshot(photoDocument(), true)));
+    std::filesystem::remove(path);
+}
+BENCHMARK(BM_Save24MPAsTheEditor)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+
+void BM_Baseline_Encode24MP(benchmark::State& state) {
+    const auto snap = StudioFile::snapshot(photoDocument(), false);
+    for (auto _ : state) {
+        auto bytes = StudioFile::encode(snap);
+        benchmark::DoNotOptimize(bytes.data());
+    }
+}
+BENCHMARK(BM_Baseline_Encode24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 
 void BM_Reopen(benchmark::State& state) {
     const auto& file = savedFile();
