@@ -5,6 +5,7 @@
 #include "engine/formats/decoders/Decoders.h"
 #include "engine/formats/decoders/Decoding.h"
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstring>
 #include <png.h>
@@ -43,6 +44,7 @@ struct Session {
     png_uint_32 iccSize = 0;
     png_uint_32 ppmX = 0;
     int ppmUnit = PNG_RESOLUTION_UNKNOWN;
+    int storedBits = 8;
     // Rows read so far; volatile, since libpng leaves readRows by longjmp.
     volatile png_uint_32 rowsDone = 0;
 
@@ -69,6 +71,8 @@ bool readHeader(Session* s, int64_t maxSide) {
     int depth = 0;
     png_get_IHDR(s->png, s->info, &s->width, &s->height, &depth, &s->colorType, &s->interlace, nullptr,
                  nullptr);
+    // Stored bits a pixel: what the compressed rows must hold, filter bytes aside.
+    s->storedBits = depth * png_get_channels(s->png, s->info);
     const bool trns = png_get_valid(s->png, s->info, PNG_INFO_tRNS) != 0;
     s->hasAlpha = (s->colorType & PNG_COLOR_MASK_ALPHA) != 0 || trns;
 
@@ -120,6 +124,12 @@ std::optional<DecodedImage> decodePng(Bytes bytes, const DecodeLimits& limits) {
     Session s;
     s.reader = {bytes.data(), bytes.size(), 0};
     if (!readHeader(&s, limits.maxSide)) return std::nullopt;
+    // zlib inflates a byte into at most 1032, so the file bounds how many rows
+    // it can hold. When that is a sliver of a huge canvas, the picture could
+    // never open, and nothing is allocated for it.
+    const uint64_t rowBytes = (uint64_t(s.width) * uint64_t(s.storedBits) + 7) / 8 + 1;
+    const uint64_t reachable = std::min<uint64_t>(s.height, 1032 * uint64_t(bytes.size()) / rowBytes);
+    if (reachable < s.height && !keepsPartialPicture(s.width, s.height, int64_t(reachable))) return std::nullopt;
     RGBABufferPtr image = allocate(s.width, s.height, limits, 1);
     if (!image) return std::nullopt;
     const size_t stride = size_t(image->width()) * 4;

@@ -162,7 +162,8 @@ TEST(ImageImport, CutGifKeepsItsRowsAndClaimsWithoutDataCostNothing) {
     EXPECT_FALSE(ImageImport::decode(std::span(interlaced).first(interlaced.size() * 2 / 3)));
 
     // So does a run-length BMP of the same size whose codes stop without an end.
-    for (const char* name : {"regress/gif-screen-30000-no-data.gif", "regress/bmp-rle8-30000-cut.bmp"}) {
+    for (const char* name : {"regress/gif-screen-30000-no-data.gif", "regress/bmp-rle8-30000-cut.bmp",
+                             "regress/png-30000-two-rows.png"}) {
         SCOPED_TRACE(name);
         const std::vector<uint8_t> bomb = testing::readFile(name);
         rusage usage{};
