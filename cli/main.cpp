@@ -1,4 +1,6 @@
 // korv: the engine from the command line.
+#include "cli/ModelCommands.h"
+#include "cli/UsageError.h"
 #include "engine/document/SampleDocument.h"
 #include "engine/document/StudioDocument.h"
 #include "engine/formats/AtomicFile.h"
@@ -58,10 +60,7 @@ Errors are printed on stderr and give a non-zero exit status; nothing is
 written on failure.
 )";
 
-// A mistake in the command line itself (exit status 2).
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+using korv::cli::UsageError;
 
 std::string quoted(const std::string& path) {
     return "\u201C" + std::filesystem::path(path).filename().string() + "\u201D";
@@ -240,8 +239,10 @@ int newDocument(int argc, char** argv) {
             args.emplace_back(argv[i]);
         }
     }
-    if (args.size() != 3) throw UsageError("new takes a size and a file: korv new WIDTH HEIGHT OUT.korvstudio");
-    const int64_t width = canvasSide(args[0].c_str(), "width"), height = canvasSide(args[1].c_str(), "height");
+    if (args.size() != 3)
+        throw UsageError("new takes a size and a file: korv new WIDTH HEIGHT OUT.korvstudio");
+    const int64_t width = canvasSide(args[0].c_str(), "width"),
+                  height = canvasSide(args[1].c_str(), "height");
     if (!isNativeName(args[2])) throw UsageError("the new document's name must end in .korvstudio.");
     korv::StudioDocument doc(width, height, dpi, background);
     const std::vector<uint8_t> bytes = korv::StudioFile::encode(doc);
@@ -284,6 +285,8 @@ int main(int argc, char** argv) {
     if (argc < 2 || !std::strcmp(argv[1], "help") || !std::strcmp(argv[1], "--help") ||
         !std::strcmp(argv[1], "-h")) {
         std::fputs(kUsage, argc < 2 ? stderr : stdout);
+        std::fputs("\n", argc < 2 ? stderr : stdout);
+        std::fputs(korv::cli::kModelCommandsUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
     }
     try {
@@ -293,6 +296,8 @@ int main(int argc, char** argv) {
         if (!std::strcmp(command, "render")) return render(argc - 2, argv + 2);
         if (!std::strcmp(command, "convert")) return convert(argc - 2, argv + 2);
         if (!std::strcmp(command, "new")) return newDocument(argc - 2, argv + 2);
+        if (korv::cli::isModelCommand(command))
+            return korv::cli::runModelCommand(command, argc - 2, argv + 2);
         std::fprintf(stderr,
                      "korv: unknown command \u201C%s\u201D. Run \u201Ckorv --help\u201D for the list.\n",
                      command);

@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# Black-box checks of the editor's commands through korv: each is the named
+# step the editor records, refusals exit 1 with a sentence and write nothing,
+# command-line mistakes exit 2.
+set -u
+korv="$1"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fails=0
+check() { # description, then a command that must succeed
+    local what="$1"; shift
+    if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; fails=$((fails + 1)); fi
+}
+refused() { # description, expected exit status, expected words on stderr, output file, command...
+    local what="$1" status="$2" words="$3" out="$4"; shift 4
+    "$@" 2> "$work/err" > /dev/null
+    local got=$?
+    if [ "$got" -eq "$status" ] && grep -q -- "$words" "$work/err" && [ ! -e "$out" ]; then
+        echo "ok: $what"
+    else
+        echo "FAILED: $what (exit $got: $(cat "$work/err"))"; fails=$((fails + 1))
+    fi
+}
+
+"$korv" new 64 48 "$work/a.korvstudio" --background '#6080A0' > /dev/null
+"$korv" render "$work/a.korvstudio" "$work/a.png"
+
+check "a Levels layer with its values is two named steps" bash -c \
+  "'$korv' new-adjustment '$work/a.korvstudio' '$work/b.korvstudio' --type levels --set levels.0.inBlack=0.3 --json |
+   grep -q '\"steps\":\[\"New Levels\",\"Adjust\"\]'"
+check "the Levels layer is in the document" bash -c "'$korv' info '$work/b.korvstudio' | grep -q '\"kind\": \"adjustment\"'"
+"$korv" render "$work/b.korvstudio" "$work/b.png"
+check "and changes the picture" bash -c "! cmp -s '$work/a.png' '$work/b.png'"
+check "adjust changes the active adjustment layer" bash -c \
+  "'$korv' adjust '$work/b.korvstudio' '$work/c.png' --set levels.0.inBlack=0 && cmp -s '$work/a.png' '$work/c.png'"
+refused "a field the adjustment lacks is a usage error" 2 "has no field" "$work/x.korvstudio" \
+  "$korv" adjust "$work/b.korvstudio" "$work/x.korvstudio" --set levels.9.inBlack=1
+refused "a value of the wrong type is a usage error" 2 "does not fit" "$work/x.korvstudio" \
+  "$korv" adjust "$work/b.korvstudio" "$work/x.korvstudio" --set levels.0.inBlack=dark
+refused "adjust on a pixel layer is refused" 1 "is not an adjustment layer" "$work/x.korvstudio" \
+  "$korv" adjust "$work/a.korvstudio" "$work/x.korvstudio" --set hue=3
+
+refused "merge down of the only layer changes nothing" 1 "nothing" "$work/x.korvstudio" \
+  "$korv" merge-down "$work/a.korvstudio" "$work/x.korvstudio"
+refused "an unknown layer name is refused" 1 "There is no layer named" "$work/x.korvstudio" \
+  "$korv" duplicate-layer "$work/a.korvstudio" "$work/x.korvstudio" --layer Nobody
+refused "a mask target needs a mask" 1 "has no mask" "$work/x.korvstudio" \
+  "$korv" invert-mask "$work/a.korvstudio" "$work/x.korvstudio" --mask
+refused "an unknown blend mode is a usage error" 2 "unknown blend mode" "$work/x.korvstudio" \
+  "$korv" set-layer "$work/a.korvstudio" "$work/x.korvstudio" --set blendMode=sparkle
+
+check "duplicate, then hide the copy, then merge is refused for the hidden pair" bash -c "
+  '$korv' duplicate-layer '$work/a.korvstudio' '$work/d.korvstudio' &&
+  '$korv' set-layer '$work/d.korvstudio' '$work/e.korvstudio' --set visible=false --json | grep -q 'Show / Hide' &&
+  ! '$korv' merge-down '$work/e.korvstudio' '$work/f.korvstudio' 2>/dev/null && test ! -e '$work/f.korvstudio'"
+check "a mask from a selection, then inverted" bash -c "
+  '$korv' add-mask '$work/a.korvstudio' '$work/g.korvstudio' --kind revealSelection --select-rect 8,8,16,16 &&
+  '$korv' info '$work/g.korvstudio' | grep -q '\"mask\": \"enabled\"' &&
+  '$korv' invert-mask '$work/g.korvstudio' '$work/h.korvstudio' --mask --json | grep -q 'Invert Mask'"
+
+check "select writes the selection's bounds after a feather" bash -c \
+  "'$korv' select '$work/a.korvstudio' '$work/s.png' --select-rect 10,10,20,20 --feather 4 --json |
+   grep -q '\"steps\":\[\"Selection: Feather\"\]' && '$korv' info '$work/s.png' | grep -q '\"width\": 64'"
+check "the wand on a flat picture selects it all" bash -c \
+  "'$korv' select '$work/a.korvstudio' '$work/w.png' --wand 3,3 --json | grep -q '\"selection\":\[0,0,64,48\]'"
+check "select all then invert leaves nothing" bash -c \
+  "'$korv' select '$work/a.korvstudio' '$work/n.png' --all --invert --json | grep -q '\"selection\":null'"
+"$korv" convert "$work/s.png" "$work/s-small.png" --scale 0.5 > /dev/null
+refused "a selection picture of another size is refused" 1 "px; the picture is" "$work/x.png" \
+  "$korv" select "$work/a.korvstudio" "$work/x.png" --select-mask "$work/s-small.png"
+check "a selection picture gives back the selection it shows" bash -c "
+  '$korv' select '$work/a.korvstudio' '$work/s.png' --select-rect 10,10,20,20 --feather 4 --json | grep -o '\"selection\":[^]]*' > '$work/s1' &&
+  '$korv' select '$work/a.korvstudio' '$work/t.png' --select-mask '$work/s.png' --json | grep -o '\"selection\":[^]]*' > '$work/s2' &&
+  cmp -s '$work/s1' '$work/s2' && cmp -s '$work/s.png' '$work/t.png'"
+
+[ "$fails" -eq 0 ]
