@@ -3,6 +3,7 @@
 #include "app/model/StudioModel.h"
 #include "cli/CliHost.h"
 #include "cli/UsageError.h"
+#include "engine/core/Constants.h"
 #include "engine/document/AdjustmentSpec.h"
 #include "engine/document/ContentSpecs.h"
 #include "engine/document/StudioDocument.h"
@@ -23,6 +24,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -51,6 +53,14 @@ const char* const kModelCommandsUsage =
     set-layer --set FIELD=VALUE...
                                 name, opacity, fillOpacity, blendMode,
                                 visible, locked, clipping, maskEnabled
+    image-size --size W,H       resample the picture; text and shapes stay sharp
+    canvas-size --size W,H [--anchor AX,AY]
+                                the canvas around the picture, placed by the
+                                anchor (0,0 top left; default 0.5,0.5)
+    rotate --turns N            clockwise quarter turns
+    flip-horizontal | flip-vertical
+    crop                        to the selection's bounds
+    move-layer --by DX,DY       move the target layer (its mask stays)
   select IN OUT [selection] [STEP]...
                                 write the selection as a grey picture (white is
                                 selected) after these steps, in order:
@@ -134,15 +144,17 @@ struct Args {
     std::optional<std::pair<std::string, std::string>> selection; // option, value
     std::vector<std::pair<std::string, nlohmann::json>> sets;
     std::optional<std::string> type, kind;
+    // --size, --anchor, --turns, --by
+    std::map<std::string, std::string> values;
     // The select command's steps, in the order given.
     std::vector<std::pair<std::string, std::string>> steps;
 };
 
 bool takesValue(const std::string& option) {
     static const char* const withValue[] = {
-        "--layer",   "--select-rect", "--select-ellipse", "--select-mask", "--set",        "--type",
-        "--kind",    "--wand",        "--tolerance",      "--contiguous",  "--all-layers", "--op",
-        "--feather", "--grow",        "--shrink",         "--smooth",      "--border"};
+        "--layer",  "--select-rect", "--select-ellipse", "--select-mask", "--set",    "--type",    "--kind",
+        "--wand",   "--tolerance",   "--contiguous",     "--all-layers",  "--op",     "--feather", "--grow",
+        "--shrink", "--smooth",      "--border",         "--size",        "--anchor", "--turns",   "--by"};
     return std::find(std::begin(withValue), std::end(withValue), option) != std::end(withValue);
 }
 
@@ -187,6 +199,8 @@ Args parse(std::string_view command, int argc, char** argv) {
             a.type = value;
         } else if (option == "--kind") {
             a.kind = value;
+        } else if (option == "--size" || option == "--anchor" || option == "--turns" || option == "--by") {
+            a.values[option.substr(2)] = value;
         } else if (isSelect) {
             a.steps.emplace_back(option, value);
         } else {
@@ -447,6 +461,16 @@ void writeSelection(const StudioDocument& doc, const std::string& out) {
     writeFileAtomically(out, *png);
 }
 
+std::pair<int64_t, int64_t> canvasSize(const Args& a, const std::string& command) {
+    auto it = a.values.find("size");
+    if (it == a.values.end()) throw UsageError(command + " needs --size W,H in pixels.");
+    const auto size = numbers(it->second, 2, "size");
+    for (double v : size)
+        if (v != std::floor(v) || v < 1 || v > double(kMaxCanvasSide))
+            throw UsageError("each side must be a whole number from 1 to 30000.");
+    return {int64_t(size[0]), int64_t(size[1])};
+}
+
 using Body = std::function<void(StudioModel&, const Args&)>;
 
 struct Command {
@@ -513,6 +537,45 @@ const std::vector<Command>& commands() {
              const Uuid id = requireActive(m);
              for (const auto& [field, value] : a.sets)
                  setLayerField(m, id, field, value);
+         }},
+        {"image-size",
+         [](StudioModel& m, const Args& a) {
+             const auto size = canvasSize(a, "image-size");
+             m.resizeImage(size.first, size.second);
+         }},
+        {"canvas-size",
+         [](StudioModel& m, const Args& a) {
+             const auto size = canvasSize(a, "canvas-size");
+             auto it = a.values.find("anchor");
+             const auto anchor =
+                 it == a.values.end() ? std::vector<double>{0.5, 0.5} : numbers(it->second, 2, "anchor");
+             if (anchor[0] < 0 || anchor[0] > 1 || anchor[1] < 0 || anchor[1] > 1)
+                 throw UsageError(
+                     "the anchor is two fractions from 0 to 1: 0,0 is the top left, 0.5,0.5 the centre.");
+             m.resizeCanvas(size.first, size.second, anchor[0], anchor[1]);
+         }},
+        {"rotate",
+         [](StudioModel& m, const Args& a) {
+             auto it = a.values.find("turns");
+             if (it == a.values.end())
+                 throw UsageError("rotate needs --turns 1, 2 or 3 (clockwise quarter turns).");
+             const double turns = number(it->second, "number of turns");
+             if (turns != std::floor(turns) || std::fabs(turns) > 1e6)
+                 throw UsageError("the number of turns must be a whole number.");
+             m.rotate(int64_t(turns));
+         }},
+        {"flip-horizontal", [](StudioModel& m, const Args&) { m.flip(true); }},
+        {"flip-vertical", [](StudioModel& m, const Args&) { m.flip(false); }},
+        {"crop", [](StudioModel& m, const Args&) { m.cropToSelection(); }},
+        {"move-layer",
+         [](StudioModel& m, const Args& a) {
+             auto it = a.values.find("by");
+             if (it == a.values.end()) throw UsageError("move-layer needs --by DX,DY in pixels.");
+             const auto by = numbers(it->second, 2, "offset");
+             if (by[0] != std::floor(by[0]) || by[1] != std::floor(by[1]) || std::fabs(by[0]) > 1e6 ||
+                 std::fabs(by[1]) > 1e6)
+                 throw UsageError("the offset must be whole pixels.");
+             m.moveLayerBy(int64_t(by[0]), int64_t(by[1]));
          }},
         {"select",
          [](StudioModel& m, const Args& a) {

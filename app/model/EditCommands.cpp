@@ -113,11 +113,12 @@ void StudioModel::undo() {
     auto* d = doc();
     if (!d) return;
     cancelLive();
+    const TileGrid before = d->grid;
     if (d->canUndo()) {
         status = "Undo " + d->undoName().value_or("");
         d->undo();
     }
-    refresh(true);
+    refreshAfterHistory(before);
 }
 
 void StudioModel::redo() {
@@ -126,15 +127,27 @@ void StudioModel::redo() {
     if (!d || !d->canRedo()) return;
     cancelLive();
     status = "Redo " + d->redoName().value_or("");
+    const TileGrid before = d->grid;
     d->redo();
-    refresh(true);
+    refreshAfterHistory(before);
 }
 
 void StudioModel::jumpHistory(int64_t index) {
     auto* d = doc();
     if (!d) return;
     cancelLive();
+    const TileGrid before = d->grid;
     d->jump(index);
+    refreshAfterHistory(before);
+}
+
+void StudioModel::refreshAfterHistory(const TileGrid& before) {
+    auto* session = current();
+    // A step that changed the picture's size needs the canvas rebuilt and fitted.
+    if (session && (session->doc->grid.width != before.width || session->doc->grid.height != before.height)) {
+        session->needsFit = true;
+        canvasShowCurrent();
+    }
     refresh(true);
 }
 
@@ -152,8 +165,9 @@ void StudioModel::restoreSnapshot(const Uuid& id) {
     if (!d) return;
     cancelLive();
     // The document records the restore as its own step, "Snapshot: <name>".
+    const TileGrid before = d->grid;
     d->restoreSnapshot(id);
-    refresh(true);
+    refreshAfterHistory(before);
 }
 
 void StudioModel::setSelection(const SelectionTools::Mask& mask, const std::string& name,

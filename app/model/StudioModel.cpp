@@ -5,7 +5,7 @@
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/ExportError.h"
 #include "engine/formats/ImageImport.h"
-#include "engine/formats/Resampling.h"
+#include "engine/platform/Resampling.h"
 #include "engine/formats/StudioFile.h"
 #include "engine/formats/StudioImport.h"
 

@@ -235,6 +235,16 @@ public:
     void rename(const Uuid& id, const std::string& name);
     void toggleMaskEnabled();
 
+    // Image commands, each one step after which the canvas fits the picture.
+    // Sizes must be 1 to 30,000; anchors 0 to 1 place the old picture.
+    void resizeImage(int64_t width, int64_t height);
+    void resizeCanvas(int64_t width, int64_t height, double anchorX, double anchorY);
+    void rotate(int64_t quarterTurns);
+    void flip(bool horizontal);
+    void cropToSelection();
+    // The active layer (a group with its content) moved as the step "Move".
+    void moveLayerBy(int64_t dx, int64_t dy);
+
     // Selection commands.
     void selectAll();
     void deselect();
@@ -262,6 +272,10 @@ public:
 
 private:
     void canvasShowCurrent();
+    // After an undo, redo or jump: refits the canvas when the size changed.
+    void refreshAfterHistory(const TileGrid& before);
+    // act() for a command that changes the picture's grid.
+    bool gridCommand(const std::string& name, const std::function<bool(StudioDocument&)>& body);
     bool writeFile(const std::filesystem::path& url, const std::vector<uint8_t>& bytes,
                    const char* failureTitle);
 

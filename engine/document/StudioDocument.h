@@ -120,6 +120,26 @@ public:
     // Stores the tiles without marking anything dirty: the caller knows the region.
     void setRaster(const Uuid& id, bool mask, TileSet tiles, bool version);
 
+    // Image operations: the whole picture's size or orientation. Every raster
+    // and mask is rebuilt on the new grid, the selection goes, and every tile
+    // is dirty. Sizes below 1 count as 1; the caller keeps them to 30,000.
+    // Resampled smoothly; text, shapes, fills and effects scale with it.
+    void resizeImage(int64_t width, int64_t height);
+    // The old picture placed by the anchors (0 left or top, 1 right or bottom), not resampled.
+    void resizeCanvas(int64_t width, int64_t height, double anchorX, double anchorY);
+    // To the rectangle's part on the canvas; nothing happens when that is empty.
+    void crop(const IRect& rect);
+    // Clockwise, by quarterTurns & 3; text, shapes and fills become pixels first.
+    void rotate(int64_t quarterTurns);
+    void flip(bool horizontal);
+    // Moves one layer (a group with all it holds); its mask stays where it is.
+    // Nothing happens for an unknown or locked layer.
+    void offsetLayer(const Uuid& id, int64_t dx, int64_t dy);
+    static void offsetTree(StudioLayer& layer, int64_t dx, int64_t dy, const TileGrid& grid);
+    // A fill keeps its centre on the same point of the picture between the grids.
+    static void offsetVector(StudioLayer& layer, double dx, double dy, const TileGrid& before,
+                             const TileGrid& after);
+
     // Selection commands: they change `selection` only.
     void selectAll();
     void deselect();
@@ -170,6 +190,12 @@ public:
     std::vector<int64_t> takeDirtyTiles();
 
 private:
+    // Rebuilds every raster and mask of the tree on a grid of width x height:
+    // `draw` makes the new picture of a set from the old one; a set without a
+    // visible pixel stays empty. `vector` changes a vector layer's numbers.
+    void regrid(int64_t width, int64_t height, const std::function<RGBABufferPtr(const RGBABuffer&)>& draw,
+                const std::function<void(StudioLayer&)>& vector);
+
     void commitStep(std::string name, Clock::time_point now);
     void trim();
     void restore(const State& state, bool counts);

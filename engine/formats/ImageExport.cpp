@@ -1,7 +1,7 @@
 #include "engine/formats/ImageExport.h"
 
 #include "engine/core/ParallelFor.h"
-#include "engine/formats/Resampling.h"
+#include "engine/platform/Resampling.h"
 #include "engine/formats/encoders/Encoders.h"
 
 #include <algorithm>

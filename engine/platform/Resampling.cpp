@@ -1,4 +1,4 @@
-#include "engine/formats/Resampling.h"
+#include "engine/platform/Resampling.h"
 
 #include "engine/core/ParallelFor.h"
 
