@@ -41,9 +41,15 @@ uint64_t seedOf(const std::string& text) {
 int brushes(int argc, char** argv) {
     const Args args = parse(argc, argv, {{}, {"--json"}}, "brushes");
     if (!args.positional.empty()) throw UsageError("brushes takes no files: korv brushes");
-    nlohmann::json out = nlohmann::json::array();
-    for (const BrushSettings& b : BrushLibrary::builtIn())
-        out.push_back(b);
+    // Each record's keys in field order, as the coding keys list them.
+    nlohmann::ordered_json out = nlohmann::ordered_json::array();
+    for (const BrushSettings& b : BrushLibrary::builtIn()) {
+        const nlohmann::json coded = b;
+        nlohmann::ordered_json record = nlohmann::ordered_json::object();
+        for (std::string_view key : BrushSettings::K)
+            record[std::string(key)] = coded.at(std::string(key));
+        out.push_back(std::move(record));
+    }
     std::printf("%s\n", out.dump(2).c_str());
     return 0;
 }
