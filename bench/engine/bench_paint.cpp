@@ -160,4 +160,3 @@ void BM_Baseline_MemcpyDabTiles(benchmark::State& state) {
 BENCHMARK(BM_Baseline_MemcpyDabTiles)->Unit(benchmark::kMicrosecond);
 
 } // namespace
-

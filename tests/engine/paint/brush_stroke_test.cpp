@@ -140,14 +140,14 @@ TEST(PaintBrushStroke, RandomDrawsOnlyForSettingsAboveZeroAndRepeatPerSeed) {
         EXPECT_EQ(stroke.rng(), SeededRandom(5));
     }
     // One draw per dab for each jitter, two for scatter.
-    const auto drawsPerDab = [&](auto set) {
+    const auto drawsPerDab = [&](auto set, double pressure = 1) {
         BrushSettings b = plain;
         set(b);
         BrushStroke stroke(doc, doc.activeLayer(), b, PaintColor::black(), 5);
-        stroke.add(at(150, 150));
+        stroke.add(at(150, 150, pressure));
         SeededRandom expected(5);
         int n = 0;
-        while (!(expected == stroke.rng()) && n < 5) {
+        while (!(expected == stroke.rng()) && n < 1000) {
             expected.next();
             ++n;
         }
@@ -157,6 +157,15 @@ TEST(PaintBrushStroke, RandomDrawsOnlyForSettingsAboveZeroAndRepeatPerSeed) {
     EXPECT_EQ(drawsPerDab([](BrushSettings& b) { b.scatter = 0.1; }), 2);
     EXPECT_EQ(drawsPerDab([](BrushSettings& b) { b.opacityJitter = 0.1; }), 1);
     EXPECT_EQ(drawsPerDab([](BrushSettings& b) { b.angleJitter = 0.1; }), 1);
+    // A spray dab: three draws per particle, density times pressure particles,
+    // halves rounded away from zero, at least one.
+    const auto spray = [](BrushSettings& b) {
+        b.spray = true;
+        b.sprayDensity = 10;
+    };
+    EXPECT_EQ(drawsPerDab(spray, 0.5), 15);
+    EXPECT_EQ(drawsPerDab(spray, 0.25), 9);
+    EXPECT_EQ(drawsPerDab(spray, 0.0), 3);
 
     BrushSettings charcoal = *BrushLibrary::named("Charcoal");
     const auto paint = [&](uint64_t seed) {
