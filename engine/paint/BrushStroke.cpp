@@ -1,5 +1,6 @@
 #include "engine/paint/BrushStroke.h"
 
+#include "engine/core/Require.h"
 #include "engine/core/Selection.h"
 #include "engine/paint/CoverageProfile.h"
 #include "engine/paint/PaintDocument.h"
@@ -150,6 +151,7 @@ BrushStroke::BrushStroke(PaintDocument& document, LayerPtr layer, const BrushSet
     : document_(document), layer_(std::move(layer)), brush_(brush), color_(color), rng_(seed),
       grain_(PaperGrain::values()), cr_(float(color.r)), cg_(float(color.g)), cb_(float(color.b)),
       W_(document.grid.width), H_(document.grid.height) {
+    KORV_REQUIRE(layer_ && layer_->grid == document.grid);
     brush_.sanitize();
     layer_->freeze();
 }
