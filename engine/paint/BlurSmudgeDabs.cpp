@@ -7,15 +7,13 @@
 #include "engine/paint/PaintDocument.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
+#include <type_traits>
 
 namespace korv {
 
 namespace {
-
-uint8_t alphaByte(float a) {
-    return uint8_t(std::clamp(a, 0.0f, 255.0f) + 0.5f);
-}
 
 // A selection that doesn't match the canvas is treated as none.
 const Selection* canvasSelection(const PaintDocument& doc, int64_t w, int64_t h) {
@@ -37,6 +35,27 @@ void boxRun(const float* in, float* out, int64_t n, int64_t stride, int64_t b) {
             sum += at(i + b + 1) - at(i - b);
         }
     }
+}
+
+const uint8_t kZeroRow[kTileStride] = {};
+
+// Calls body with the three flags as compile-time constants, so that the
+// pixel loops inside carry none of these per-dab decisions.
+template <class Body>
+void withFlags(bool a, bool b, bool c, Body&& body) {
+    using T = std::true_type;
+    using F = std::false_type;
+    auto third = [&](auto A, auto B) { c ? body(A, B, T{}) : body(A, B, F{}); };
+    auto second = [&](auto A) { b ? third(A, T{}) : third(A, F{}); };
+    a ? second(T{}) : second(F{});
+}
+
+template <bool Hard>
+double coverageAt(const CoverageProfile& p, double d) {
+    if constexpr (Hard)
+        return CoverageProfile::hardAt(p.r, d);
+    else
+        return CoverageProfile::softAt(p.r, p.inner, p.span, d);
 }
 
 } // namespace
@@ -77,42 +96,44 @@ void BrushStroke::blurDab(double cx, double cy, double size) {
     const Selection* selection = canvasSelection(document_, W_, H_);
     const float strength = float(brush_.strength);
     const bool locked = layer_->alphaLocked;
-    for (int64_t index : layer_->grid.tiles(rect)) {
-        const IRect part = layer_->grid.rect(index).intersection(rect);
-        Tile* out = nullptr;
-        for (int64_t y = part.y; y < part.maxY(); ++y) {
-            const double dy = double(y) + 0.5 - cy;
-            for (int64_t x = part.x; x < part.maxX(); ++x) {
-                const double dx = double(x) + 0.5 - cx;
-                double cov = profile.at(std::sqrt(dx * dx + dy * dy));
-                if (!(cov > 0)) continue;
-                if (selection) {
-                    cov *= double(selection->value(x, y)) / 255;
+    withFlags(profile.hard, selection != nullptr, locked, [&](auto hardC, auto selectedC, auto lockedC) {
+        constexpr bool Hard = decltype(hardC)::value, Selected = decltype(selectedC)::value,
+                       Locked = decltype(lockedC)::value;
+        for (int64_t index : layer_->grid.tiles(rect)) {
+            const IRect part = layer_->grid.rect(index).intersection(rect);
+            Tile* out = nullptr;
+            for (int64_t y = part.y; y < part.maxY(); ++y) {
+                const double dy = double(y) + 0.5 - cy;
+                const uint8_t* sel = Selected ? selection->row(y) : nullptr;
+                const float* v = &region_[size_t(((y - ry) * rw + (part.x - rx)) * 4)];
+                const float* bl = &blurred[size_t(((y - ry) * rw + (part.x - rx)) * 4)];
+                for (int64_t x = part.x; x < part.maxX(); ++x, v += 4, bl += 4) {
+                    const double dx = double(x) + 0.5 - cx;
+                    double cov = coverageAt<Hard>(profile, std::sqrt(dx * dx + dy * dy));
                     if (!(cov > 0)) continue;
+                    if constexpr (Selected) {
+                        cov *= double(sel[x]) / 255;
+                        if (!(cov > 0)) continue;
+                    }
+                    const float mix = float(cov) * strength;
+                    float n[4];
+                    for (int k = 0; k < 4; ++k)
+                        n[k] = v[k] + mix * (bl[k] - v[k]);
+                    if constexpr (Locked) n[3] = v[3];
+                    const float af = std::clamp(n[3], 0.0f, 255.0f);
+                    uint8_t bytes[4];
+                    for (int k = 0; k < 3; ++k)
+                        bytes[k] = uint8_t(std::max(std::min(n[k], af), 0.0f) + 0.5f);
+                    bytes[3] = uint8_t(af + 0.5f);
+                    if (bytes[0] == uint8_t(v[0]) && bytes[1] == uint8_t(v[1]) && bytes[2] == uint8_t(v[2]) &&
+                        bytes[3] == uint8_t(v[3]))
+                        continue;
+                    if (!out) out = &layer_->writableTile(index);
+                    std::copy(bytes, bytes + 4, out->row(y & (kTileSize - 1)) + (x & (kTileSize - 1)) * 4);
                 }
-                const float mix = float(cov) * strength;
-                const size_t at = size_t(((y - ry) * rw + (x - rx)) * 4);
-                const float* v = &region_[at];
-                const float* bl = &blurred[at];
-                float n[4];
-                for (int k = 0; k < 4; ++k)
-                    n[k] = v[k] + mix * (bl[k] - v[k]);
-                if (locked) n[3] = v[3];
-                const uint8_t a = alphaByte(n[3]);
-                const float af = std::clamp(n[3], 0.0f, 255.0f);
-                uint8_t bytes[4];
-                for (int k = 0; k < 3; ++k)
-                    bytes[k] = uint8_t(std::max(std::min(n[k], af), 0.0f) + 0.5f);
-                bytes[3] = a;
-                if (bytes[0] == uint8_t(v[0]) && bytes[1] == uint8_t(v[1]) && bytes[2] == uint8_t(v[2]) &&
-                    bytes[3] == uint8_t(v[3]))
-                    continue;
-                if (!out) out = &layer_->writableTile(index);
-                uint8_t* p = out->row(y & (kTileSize - 1)) + (x & (kTileSize - 1)) * 4;
-                std::copy(bytes, bytes + 4, p);
             }
         }
-    }
+    });
     touch(rect);
 }
 
@@ -131,42 +152,43 @@ void BrushStroke::smudgeDab(double cx, double cy, double size) {
     const float strength = float(brush_.strength);
     const bool locked = layer_->alphaLocked;
     const IRect area = IRect{ix - L, iy - L, 2 * L + 1, 2 * L + 1}.intersection({0, 0, W_, H_});
-    IRect written;
-    bool any = false;
-    if (!area.isEmpty()) {
+    const int64_t side = 2 * L + 1;
+    int64_t minX = INT64_MAX, minY = INT64_MAX, maxX = INT64_MIN, maxY = INT64_MIN;
+    const bool pickUp = !loadReady_;
+    withFlags(profile.hard, selection != nullptr, locked, [&](auto hardC, auto selectedC, auto lockedC) {
+        constexpr bool Hard = decltype(hardC)::value, Selected = decltype(selectedC)::value,
+                       Locked = decltype(lockedC)::value;
         for (int64_t index : layer_->grid.tiles(area)) {
             const IRect part = layer_->grid.rect(index).intersection(area);
             // Held here so the pixels read stay alive if the write below copies the tile.
             const TilePtr source = layer_->tiles[size_t(index)];
             Tile* out = nullptr;
             for (int64_t y = part.y; y < part.maxY(); ++y) {
-                const int64_t dy = y - iy;
+                const int64_t dy = y - iy, ty = y & (kTileSize - 1);
+                const uint8_t* in = source ? source->row(ty) : kZeroRow;
+                const uint8_t* sel = Selected ? selection->row(y) : nullptr;
                 for (int64_t x = part.x; x < part.maxX(); ++x) {
-                    const int64_t dx = x - ix;
-                    double cov = profile.at(std::sqrt(double(dx * dx + dy * dy)));
+                    const int64_t dx = x - ix, tx = x & (kTileSize - 1);
+                    double cov = coverageAt<Hard>(profile, std::sqrt(double(dx * dx + dy * dy)));
                     if (!(cov > 0)) continue;
-                    const int64_t tx = x & (kTileSize - 1), ty = y & (kTileSize - 1);
-                    float v[4] = {0, 0, 0, 0};
-                    if (source) {
-                        const uint8_t* s = source->row(ty) + tx * 4;
-                        for (int k = 0; k < 4; ++k)
-                            v[k] = float(s[k]);
-                    }
-                    float* ld = &load_[size_t(((dy + L) * (2 * L + 1) + (dx + L)) * 4)];
-                    if (!loadReady_) {
+                    const uint8_t* s = in + tx * 4;
+                    const float v[4] = {float(s[0]), float(s[1]), float(s[2]), float(s[3])};
+                    float* ld = &load_[size_t(((dy + L) * side + (dx + L)) * 4)];
+                    if (pickUp) {
                         std::copy(v, v + 4, ld);
                         continue;
                     }
-                    if (selection) {
-                        cov *= double(selection->value(x, y)) / 255;
+                    if constexpr (Selected) {
+                        cov *= double(sel[x]) / 255;
                         if (!(cov > 0)) continue;
                     }
-                    if (locked && v[3] == 0) continue;
+                    if constexpr (Locked)
+                        if (s[3] == 0) continue;
                     const float mix = float(cov) * strength;
                     float n[4];
                     for (int k = 0; k < 4; ++k)
                         n[k] = v[k] + mix * (ld[k] - v[k]);
-                    if (locked) n[3] = v[3];
+                    if constexpr (Locked) n[3] = v[3];
                     if (!out) out = &layer_->writableTile(index);
                     uint8_t* p = out->row(ty) + tx * 4;
                     for (int k = 0; k < 3; ++k)
@@ -175,13 +197,13 @@ void BrushStroke::smudgeDab(double cx, double cy, double size) {
                     const float f = float(cov) * rate;
                     for (int k = 0; k < 4; ++k)
                         ld[k] += (v[k] - ld[k]) * f;
-                    const IRect px{x, y, 1, 1};
-                    written = any ? written.unionWith(px) : px;
-                    any = true;
+                    minX = std::min(minX, x), maxX = std::max(maxX, x);
+                    minY = std::min(minY, y), maxY = std::max(maxY, y);
                 }
             }
         }
-    }
+    });
+    const IRect written = minX <= maxX ? IRect{minX, minY, maxX - minX + 1, maxY - minY + 1} : IRect::zero();
     loadReady_ = true;
     touch(written);
 }
