@@ -82,6 +82,32 @@ TEST(PaintBrushStroke, OneClickIsOneDabAtThePoint) {
     EXPECT_EQ(stroke.dabCount(), 1);
 }
 
+TEST(PaintBrushStroke, TipShapes) {
+    PaintDocument doc(100, 100);
+    Layer& layer = *doc.activeLayer();
+    // A soft tip falls off smoothly from the centre to the rim: at 5.52 of 10
+    // pixels the coverage is 1 - t^2 (3 - 2t) with t = 0.552, about 0.42.
+    fill(layer, {255, 255, 255, 255});
+    BrushSettings soft = hardBrush();
+    soft.hardness = 0;
+    doc.paintStroke({at(50, 50)}, soft, PaintColor::black());
+    EXPECT_EQ(layer.pixel(55, 50)[0], 147);
+    EXPECT_EQ(layer.pixel(60, 50)[0], 255);
+    EXPECT_LT(layer.pixel(50, 50)[0], 5);
+
+    // A squashed tip is long along its angle and short across it.
+    BrushSettings flat = hardBrush();
+    flat.roundness = 0.5;
+    for (double angle : {0.0, 90.0}) {
+        fill(layer, {255, 255, 255, 255});
+        flat.angle = angle;
+        doc.paintStroke({at(50, 50)}, flat, PaintColor::black());
+        const bool along = angle == 0;
+        EXPECT_EQ(layer.pixel(57, 50)[0], along ? 0 : 255) << angle;
+        EXPECT_EQ(layer.pixel(50, 57)[0], along ? 255 : 0) << angle;
+    }
+}
+
 TEST(PaintBrushStroke, CoverageCeilingAndFlow) {
     PaintDocument doc(100, 100);
     Layer& layer = *doc.activeLayer();
