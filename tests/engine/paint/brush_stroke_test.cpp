@@ -3,6 +3,7 @@
 #include "engine/paint/BrushLibrary.h"
 #include "engine/paint/BrushStroke.h"
 #include "engine/paint/PaintDocument.h"
+#include "engine/paint/PaperGrain.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -94,6 +95,27 @@ TEST(PaintBrushStroke, TipShapes) {
     EXPECT_EQ(layer.pixel(55, 50)[0], 147);
     EXPECT_EQ(layer.pixel(60, 50)[0], 255);
     EXPECT_LT(layer.pixel(50, 50)[0], 5);
+
+    // The grain is anchored to the canvas: full texture leaves the grain's own
+    // value as coverage, wherever the dab's centre lies.
+    BrushSettings grainy = hardBrush(30);
+    grainy.texture = 1;
+    for (double cx : {40.0, 47.0}) {
+        fill(layer, {255, 255, 255, 255});
+        doc.paintStroke({at(cx, 50)}, grainy, PaintColor::black());
+        for (int64_t x = 40; x < 48; ++x) {
+            const float g = PaperGrain::values()[50 * 256 + x];
+            EXPECT_NEAR(layer.pixel(x, 50)[0], 255 * (1 - g), 0.6) << x;
+        }
+    }
+
+    // Erasing scales all four channels alike.
+    fill(layer, {200, 0, 0, 255});
+    BrushSettings eraser = hardBrush();
+    eraser.kind = BrushKind::erase;
+    eraser.opacity = 0.5;
+    doc.paintStroke({at(50, 50)}, eraser, PaintColor::black());
+    EXPECT_EQ(layer.pixel(50, 50), (Pixel4{100, 0, 0, 128}));
 
     // A squashed tip is long along its angle and short across it.
     BrushSettings flat = hardBrush();
