@@ -3,6 +3,7 @@
 #include "engine/core/Constants.h"
 #include "engine/paint/BrushLibrary.h"
 #include "engine/paint/PaintDocument.h"
+#include "engine/render/Compositor.h"
 
 #include <algorithm>
 #include <cmath>
@@ -32,8 +33,11 @@ RGBABufferPtr render(const BrushSettings& brush, int64_t width, int64_t height, 
     }
     if (b.kind == BrushKind::erase) b.flow = std::max(b.flow, 0.5);
     doc.paintStroke(points, b, color, nullptr, 1);
-    // One layer at full opacity in normal mode over nothing composites to itself.
-    return doc.activeLayer()->toBuffer();
+    std::vector<CompositeInput> stack;
+    for (const LayerPtr& l : doc.layers)
+        stack.push_back(
+            {l->tiles, float(l->opacity), l->blendMode, l->isClipping, l->isVisible, std::nullopt});
+    return Compositor::flatten(stack, doc.grid);
 }
 
 } // namespace korv::BrushPreview
