@@ -2,9 +2,11 @@
 #include "cli/Commands.h"
 #include "cli/Options.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <string>
 
 namespace {
 
@@ -45,7 +47,7 @@ Commands:
       --select-ellipse X,Y,W,H  (or a grey picture of the canvas size:
       --select-mask FILE        white paints, black protects)
       --json                    print the dirty rectangle and dab count
-  help                          show this text
+  help [COMMAND]                show this text, or the part of one command
 
 Native documents (.korvstudio) open, and pictures from JPEG, PNG, TIFF, HEIC,
 AVIF, GIF, BMP, TGA and WebP; a file is recognised by its content, not its name.
@@ -53,12 +55,45 @@ Errors are printed on stderr and give a non-zero exit status; nothing is
 written on failure.
 )";
 
+// The lines of the usage text that belong to one command: its own line,
+// starting two spaces in, and those indented further below it.
+std::string commandHelp(const std::string& name) {
+    const std::string text = kUsage;
+    std::string out;
+    bool inside = false;
+    size_t start = 0;
+    while (start < text.size()) {
+        const size_t end = std::min(text.find('\n', start), text.size());
+        const std::string line = text.substr(start, end - start);
+        start = end + 1;
+        const bool commandLine = line.size() > 2 && line.compare(0, 2, "  ") == 0 && line[2] != ' ';
+        if (commandLine)
+            inside = line.compare(2, name.size() + 1, name + " ") == 0 || line.substr(2) == name;
+        else if (line.empty() || line[0] != ' ')
+            inside = false;
+        if (inside) out += line + "\n";
+    }
+    return out;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     using namespace korv::cli;
-    if (argc < 2 || !std::strcmp(argv[1], "help") || !std::strcmp(argv[1], "--help") ||
-        !std::strcmp(argv[1], "-h")) {
+    const bool help = argc >= 2 && (!std::strcmp(argv[1], "help") || !std::strcmp(argv[1], "--help") ||
+                                    !std::strcmp(argv[1], "-h"));
+    if (help && argc >= 3) {
+        const std::string text = commandHelp(argv[2]);
+        if (text.empty()) {
+            std::fprintf(
+                stderr, "korv: there is no command \u201C%s\u201D. Run \u201Ckorv help\u201D for the list.\n",
+                argv[2]);
+            return 2;
+        }
+        std::fputs(("Usage: korv" + text.substr(1)).c_str(), stdout);
+        return 0;
+    }
+    if (argc < 2 || help) {
         std::fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
     }

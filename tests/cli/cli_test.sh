@@ -28,6 +28,7 @@ check "a canvas over the limit is refused" bash -c "! '$korv' new 30001 1 '$work
 check "unknown commands exit 2" bash -c "'$korv' frobnicate 2>/dev/null; test \$? -eq 2"
 
 # Brushes and painting.
+check "help documents one command" bash -c "'$korv' help paint | grep -q -- '--points FILE' && ! '$korv' help paint | grep -q 'convert IN'"
 check "brushes lists 33 brushes" bash -c "test \$('$korv' brushes | grep -c '\"strength\":') -eq 33"
 check "with every coded field and stable ids" bash -c "'$korv' brushes | grep -q '\"id\": \"238A507A-F3BA-443A-B3D1-B0FA438BBE72\"' && '$korv' brushes | grep -q '\"isBuiltIn\": true'"
 check "brushes keep their ids from run to run" bash -c "'$korv' brushes > '$work/b1.json' && '$korv' brushes > '$work/b2.json' && cmp -s '$work/b1.json' '$work/b2.json'"
