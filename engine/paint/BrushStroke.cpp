@@ -333,17 +333,24 @@ void BrushStroke::stamp(bool textured, double cx, double cy, double radius, doub
                                ? StampMode::erase
                                : (layer_->alphaLocked ? StampMode::paintAlphaLocked : StampMode::paint);
     const StampFn fn = pickStamp(mode, a.profile.hard, roundness < 0.999, textured, selection != nullptr);
-    for (int64_t index : layer_->grid.tiles(rect)) {
-        auto [it, fresh] = masks_.try_emplace(index);
-        Plane& plane = it->second;
-        if (fresh) {
-            plane.mask.reset(new float[size_t(kTileSize * kTileSize)]());
-            plane.before = layer_->tiles[size_t(index)];
+    // The tiles under the rectangle, walked without building a list: a spray
+    // dab stamps dozens of particles.
+    const TileGrid& grid = layer_->grid;
+    const int64_t c0 = rect.x / kTileSize, c1 = (rect.maxX() - 1) / kTileSize;
+    const int64_t r0 = rect.y / kTileSize, r1 = (rect.maxY() - 1) / kTileSize;
+    for (int64_t row = r0; row <= r1; ++row)
+        for (int64_t col = c0; col <= c1; ++col) {
+            const int64_t index = row * grid.cols + col;
+            auto [it, fresh] = masks_.try_emplace(index);
+            Plane& plane = it->second;
+            if (fresh) {
+                plane.mask.reset(new float[size_t(kTileSize * kTileSize)]());
+                plane.before = layer_->tiles[size_t(index)];
+            }
+            Tile& out = layer_->writableTile(index);
+            const IRect part = layer_->grid.rect(index).intersection(rect);
+            fn(a, part, plane.mask.get(), out.pixels(), plane.before ? plane.before->pixels() : nullptr);
         }
-        Tile& out = layer_->writableTile(index);
-        const IRect part = layer_->grid.rect(index).intersection(rect);
-        fn(a, part, plane.mask.get(), out.pixels(), plane.before ? plane.before->pixels() : nullptr);
-    }
     touch(rect);
 }
 
