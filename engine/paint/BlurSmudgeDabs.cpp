@@ -73,12 +73,19 @@ void BrushStroke::blurDab(double cx, double cy, double size) {
     const int64_t rw = rect.w + 2 * B, rh = rect.h + 2 * B, rx = rect.x - B, ry = rect.y - B;
     region_.resize(size_t(rw * rh * 4));
     pass_.resize(region_.size());
+    const TileGrid& grid = layer_->grid;
     for (int64_t y = 0; y < rh; ++y) {
         const int64_t sy = std::clamp<int64_t>(ry + y, 0, H_ - 1);
-        for (int64_t x = 0; x < rw; ++x) {
+        const Tile* tile = nullptr;
+        int64_t tileCol = -1;
+        float* o = &region_[size_t(y * rw * 4)];
+        for (int64_t x = 0; x < rw; ++x, o += 4) {
             const int64_t sx = std::clamp<int64_t>(rx + x, 0, W_ - 1);
-            const Pixel4 p = layer_->pixel(sx, sy);
-            float* o = &region_[size_t((y * rw + x) * 4)];
+            if (sx / kTileSize != tileCol) {
+                tileCol = sx / kTileSize;
+                tile = layer_->tiles[size_t((sy / kTileSize) * grid.cols + tileCol)].get();
+            }
+            const uint8_t* p = tile ? tile->row(sy & (kTileSize - 1)) + (sx & (kTileSize - 1)) * 4 : kZeroRow;
             for (int k = 0; k < 4; ++k)
                 o[k] = float(p[k]);
         }
