@@ -2,7 +2,7 @@
 
 #include "app/model/StudioModel.h"
 #include "cli/CliHost.h"
-#include "cli/UsageError.h"
+#include "cli/Options.h"
 #include "engine/core/Constants.h"
 #include "engine/document/AdjustmentSpec.h"
 #include "engine/document/ContentSpecs.h"
@@ -33,79 +33,68 @@
 namespace korv::cli {
 
 const char* const kModelCommandsUsage =
-    R"(Layer, mask and adjustment commands, each one step as the editor names it:
-  COMMAND IN OUT [--layer NAME] [--mask] [selection] [--json]
-    new-layer | new-group | ungroup | duplicate-layer | delete-layer |
-    move-layer-up | move-layer-down | merge-down | flatten | stamp-visible |
-    rasterize | delete-mask | apply-mask | invert-mask | toggle-mask
-    new-adjustment --type TYPE [--set FIELD=VALUE]...
-                                add an adjustment layer (levels, curves,
-                                hueSaturation, ...) above the target; with a
+    R"(Editor commands: each runs as the history step the editor names, on the
+target layer (--layer NAME, the topmost of that name, or the active one; --mask
+for its mask) with an optional selection (--select-rect X,Y,W,H,
+--select-ellipse X,Y,W,H or --select-mask FILE), and writes OUT (.korvstudio,
+.png, .jpg, .tif, .heic); --json prints the steps, the active layer, the size
+and the selection's bounds. Nothing to act on exits 1 and writes nothing.
+  new-layer IN OUT              an empty pixel layer above the target
+  new-group IN OUT              the target put into a new group
+  ungroup IN OUT                the target group's layers put in its place
+  duplicate-layer IN OUT        a copy of the target above it
+  delete-layer IN OUT           remove the target
+  move-layer-up IN OUT          the target one place up, or down
+  move-layer-down IN OUT
+  merge-down IN OUT             the target merged onto the layer below
+  flatten IN OUT                every layer into one
+  stamp-visible IN OUT          what shows, as a new layer on top
+  rasterize IN OUT              a fill, text or shape layer into pixels
+  new-adjustment IN OUT --type TYPE [--set FIELD=VALUE]...
+                                an adjustment layer (levels, curves,
+                                hueSaturation, vibrance, colorBalance,
+                                blackWhite, photoFilter, gradientMap,
+                                posterize, threshold, brightnessContrast,
+                                exposure, invert) above the target; with a
                                 selection it gets that selection as its mask
-    adjust --set FIELD=VALUE... change the target adjustment layer's settings;
-                                a FIELD is a coded name, with array indices
-                                after dots: levels.0.inBlack=0.1,
-                                hue=20, curves.0.1.y=0.8
-    new-fill --kind KIND        add a fill layer (solid, linearGradient,
-                                radialGradient, pattern)
-    add-mask --kind KIND        revealAll, hideAll, revealSelection or
-                                hideSelection
-    set-layer --set FIELD=VALUE...
-                                name, opacity, fillOpacity, blendMode,
-                                visible, locked, clipping, maskEnabled
-    image-size --size W,H       resample the picture; text and shapes stay sharp
-    canvas-size --size W,H [--anchor AX,AY]
+  adjust IN OUT --set FIELD=VALUE...
+                                the target adjustment's values; a FIELD is a
+                                coded name, with array indices after dots:
+                                levels.0.inBlack=0.1, hue=20, curves.0.1.y=0.8
+  new-fill IN OUT --kind KIND   a fill layer: solid, linearGradient,
+                                radialGradient or pattern
+  add-mask IN OUT [--kind KIND] revealAll (default), hideAll, revealSelection
+                                or hideSelection
+  delete-mask IN OUT            remove, apply or invert the target's mask, or
+  apply-mask IN OUT             turn it off and on
+  invert-mask IN OUT
+  toggle-mask IN OUT
+  set-layer IN OUT --set FIELD=VALUE...
+                                name, opacity, fillOpacity, blendMode, visible,
+                                locked, clipping or maskEnabled, each a step
+  image-size IN OUT --size W,H  resample the picture; text and shapes stay sharp
+  canvas-size IN OUT --size W,H [--anchor AX,AY]
                                 the canvas around the picture, placed by the
                                 anchor (0,0 top left; default 0.5,0.5)
-    rotate --turns N            clockwise quarter turns
-    flip-horizontal | flip-vertical
-    crop                        to the selection's bounds
-    move-layer --by DX,DY       move the target layer (its mask stays)
-  select IN OUT [selection] [STEP]...
-                                write the selection as a grey picture (white is
-                                selected) after these steps, in order:
-                                --all, --invert, --deselect, --layer-shape,
-                                --mask-area, --wand X,Y [--tolerance T]
-                                [--contiguous true|false] [--all-layers
-                                true|false] [--op replace|add|subtract|
-                                intersect], --feather R, --grow P, --shrink P,
-                                --smooth R, --border P
-
-The target is the document's active layer, or --layer NAME (the topmost layer
-of that name); --mask makes its mask the target. A selection comes from
---select-rect X,Y,W,H, --select-ellipse X,Y,W,H or --select-mask FILE (a
-picture of the canvas size whose grey gives the selection). OUT is a native
-document (.korvstudio) or a flattened picture (.png, .jpg, .tif, .heic).
---json prints the steps taken and the resulting layer tree's active layer.
+  rotate IN OUT --turns N       clockwise quarter turns
+  flip-horizontal IN OUT        mirror the picture
+  flip-vertical IN OUT
+  crop IN OUT                   to the selection's bounds
+  move-layer IN OUT --by DX,DY  move the target layer; its mask stays
+  select IN OUT.png [STEP]...   write the selection as a grey picture (white is
+                                selected) after these steps, in order: --all,
+                                --invert, --deselect, --layer-shape, --mask-area,
+                                --wand X,Y (with --tolerance T, --contiguous
+                                true|false, --all-layers true|false and --op
+                                replace|add|subtract|intersect before it),
+                                --feather R, --grow P, --shrink P, --smooth R,
+                                --border P
 )";
 
 namespace {
 
 std::string inQuotes(const std::string& text) {
     return "\u201C" + text + "\u201D";
-}
-
-std::vector<uint8_t> readWholeFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
-    if (!in)
-        throw std::runtime_error("The file " + inQuotes(std::filesystem::path(path).filename().string()) +
-                                 " couldn't be opened: " + std::strerror(errno) + ".");
-    const std::streamoff size = in.tellg();
-    if (size < 0 || size > (std::streamoff(4) << 30)) throw ExportError::cannotRead();
-    std::vector<uint8_t> bytes(static_cast<size_t>(size));
-    in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), size))
-        throw std::runtime_error("The file " + inQuotes(std::filesystem::path(path).filename().string()) +
-                                 " couldn't be read.");
-    return bytes;
-}
-
-double number(const std::string& text, const std::string& what) {
-    char* end = nullptr;
-    const double v = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !std::isfinite(v))
-        throw UsageError("the " + what + " must be a number, not " + inQuotes(text) + ".");
-    return v;
 }
 
 std::vector<double> numbers(const std::string& text, size_t count, const std::string& what) {
@@ -128,150 +117,38 @@ bool boolean(const std::string& text, const std::string& what) {
     throw UsageError("the " + what + " must be true or false, not " + inQuotes(text) + ".");
 }
 
-// A --set value: JSON where it reads as JSON (numbers, true, arrays,
-// objects), otherwise the text itself, so that names need no quotes.
-nlohmann::json setValue(const std::string& text) {
-    auto parsed = nlohmann::json::parse(text, nullptr, false);
-    return parsed.is_discarded() ? nlohmann::json(text) : parsed;
-}
+// The select command's steps, which run in the order given.
+const std::set<std::string> kStepFlags = {"--all", "--invert", "--deselect", "--layer-shape", "--mask-area"};
+const std::set<std::string> kStepValues = {"--wand",   "--tolerance", "--contiguous", "--all-layers",
+                                           "--op",     "--feather",   "--grow",       "--shrink",
+                                           "--smooth", "--border"};
+using Steps = std::vector<std::pair<std::string, std::string>>;
 
-struct Args {
-    std::vector<std::string> files;
-    std::optional<std::string> layer;
-    bool mask = false;
-    bool json = false;
-    // The selection given before the command runs.
-    std::optional<std::pair<std::string, std::string>> selection; // option, value
-    std::vector<std::pair<std::string, nlohmann::json>> sets;
-    std::optional<std::string> type, kind;
-    // --size, --anchor, --turns, --by
-    std::map<std::string, std::string> values;
-    // The select command's steps, in the order given.
-    std::vector<std::pair<std::string, std::string>> steps;
-};
-
-bool takesValue(const std::string& option) {
-    static const char* const withValue[] = {
-        "--layer",  "--select-rect", "--select-ellipse", "--select-mask", "--set",    "--type",    "--kind",
-        "--wand",   "--tolerance",   "--contiguous",     "--all-layers",  "--op",     "--feather", "--grow",
-        "--shrink", "--smooth",      "--border",         "--size",        "--anchor", "--turns",   "--by"};
-    return std::find(std::begin(withValue), std::end(withValue), option) != std::end(withValue);
-}
-
-Args parse(std::string_view command, int argc, char** argv) {
-    Args a;
-    const bool isSelect = command == "select";
+// Takes the steps out of the arguments, in order, and leaves the rest.
+Steps takeSteps(int argc, char** argv, std::vector<char*>& rest) {
+    Steps steps;
     for (int i = 0; i < argc; ++i) {
-        const std::string option = argv[i];
-        if (option.size() < 2 || option[0] != '-') {
-            a.files.push_back(option);
-            continue;
-        }
-        if (option == "--mask") {
-            a.mask = true;
-            continue;
-        }
-        if (option == "--json") {
-            a.json = true;
-            continue;
-        }
-        const bool stepWithoutValue = option == "--all" || option == "--invert" || option == "--deselect" ||
-                                      option == "--layer-shape" || option == "--mask-area";
-        if (isSelect && stepWithoutValue) {
-            a.steps.emplace_back(option, "");
-            continue;
-        }
-        if (!takesValue(option))
-            throw UsageError("unknown option " + inQuotes(option) + " for " + std::string(command) + ".");
-        if (i + 1 >= argc) throw UsageError("the option " + inQuotes(option) + " needs a value.");
-        const std::string value = argv[++i];
-        if (option == "--layer") {
-            a.layer = value;
-        } else if (option == "--select-rect" || option == "--select-ellipse" || option == "--select-mask") {
-            if (a.selection)
-                throw UsageError("give one of --select-rect, --select-ellipse and --select-mask.");
-            a.selection = {option, value};
-        } else if (option == "--set") {
-            const size_t eq = value.find('=');
-            if (eq == std::string::npos || eq == 0) throw UsageError("--set takes FIELD=VALUE.");
-            a.sets.emplace_back(value.substr(0, eq), setValue(value.substr(eq + 1)));
-        } else if (option == "--type") {
-            a.type = value;
-        } else if (option == "--kind") {
-            a.kind = value;
-        } else if (option == "--size" || option == "--anchor" || option == "--turns" || option == "--by") {
-            a.values[option.substr(2)] = value;
-        } else if (isSelect) {
-            a.steps.emplace_back(option, value);
+        const std::string a = argv[i];
+        if (kStepFlags.count(a)) {
+            steps.emplace_back(a, "");
+        } else if (kStepValues.count(a)) {
+            if (i + 1 >= argc) throw UsageError("the option \u201C" + a + "\u201D needs a value.");
+            steps.emplace_back(a, argv[++i]);
         } else {
-            throw UsageError("the option " + inQuotes(option) + " belongs to the select command.");
+            rest.push_back(argv[i]);
         }
     }
-    if (a.files.size() != 2)
-        throw UsageError(std::string(command) + " takes two files: korv " + std::string(command) +
-                         " IN OUT [options]");
-    return a;
+    return steps;
 }
 
-// What a picture given as a selection selects: the grey of its straight
-// colour times its alpha, which for premultiplied pixels is the grey of the
-// stored bytes.
-SelectionTools::Mask maskFromPicture(const std::string& path, int64_t width, int64_t height) {
-    const auto decoded = ImageImport::decode(readWholeFile(path));
-    if (!decoded || !decoded->image) throw ExportError::cannotRead();
-    const RGBABuffer& img = *decoded->image;
-    if (img.width() != width || img.height() != height)
-        throw std::runtime_error(
-            "The selection picture " + inQuotes(std::filesystem::path(path).filename().string()) + " is " +
-            std::to_string(img.width()) + " \u00D7 " + std::to_string(img.height()) + " px; the picture is " +
-            std::to_string(width) + " \u00D7 " + std::to_string(height) + " px.");
-    SelectionTools::Mask mask(size_t(width * height));
-    for (int64_t y = 0; y < height; ++y) {
-        const uint8_t* p = img.row(y);
-        uint8_t* out = mask.data() + y * width;
-        for (int64_t x = 0; x < width; ++x, p += 4)
-            out[x] = uint8_t(0.3 * p[0] + 0.59 * p[1] + 0.11 * p[2] + 0.5);
-    }
-    return mask;
-}
-
-SelectionRef shapeSelection(const std::string& option, const std::string& value, int64_t width,
-                            int64_t height) {
-    const auto v = numbers(value, 4, option.substr(2));
-    if (v[2] <= 0 || v[3] <= 0)
-        throw UsageError("the " + option.substr(2) + " needs a width and height above 0.");
-    Path path;
-    const Rect r{v[0], v[1], v[2], v[3]};
-    if (option == "--select-rect")
-        path.addRect(r);
-    else
-        path.addEllipse(r);
-    return Selection::make(path, SelectionOp::replace, nullptr, width, height, option != "--select-rect");
-}
-
-void applyTarget(StudioModel& model, const Args& a) {
+void applyTarget(StudioModel& model, const Args& args) {
     StudioDocument& doc = *model.doc();
-    if (a.layer) {
-        const auto rows = doc.rows(); // top first
-        auto it = std::find_if(rows.begin(), rows.end(),
-                               [&](const LayerRow& r) { return r.layer.name == *a.layer; });
-        if (it == rows.end()) throw std::runtime_error("There is no layer named " + inQuotes(*a.layer) + ".");
-        model.select(it->id);
+    if (args.has("--layer") || args.has("--mask")) {
+        const Target t = target(doc, args);
+        model.select(t.id);
+        if (t.mask) model.setEditMask(true);
     }
-    if (a.mask) {
-        const auto active = model.activeLayer();
-        if (!active) throw std::runtime_error("The picture has no layer to act on.");
-        if (!active->mask) throw std::runtime_error("The layer " + inQuotes(active->name) + " has no mask.");
-        model.setEditMask(true);
-    }
-    if (a.selection) {
-        const auto& [option, value] = *a.selection;
-        if (option == "--select-mask")
-            doc.setSelection(Selection::fromMask(maskFromPicture(value, doc.width(), doc.height()),
-                                                 doc.width(), doc.height()));
-        else
-            doc.setSelection(shapeSelection(option, value, doc.width(), doc.height()));
-    }
+    if (SelectionRef s = selection(args, doc.width(), doc.height())) doc.setSelection(std::move(s));
 }
 
 Uuid requireActive(StudioModel& model) {
@@ -324,49 +201,17 @@ void setLayerField(StudioModel& model, const Uuid& id, const std::string& field,
     }
 }
 
-// A field of a coded record by its path: names and array indices joined by
-// dots ("levels.0.inBlack", "curves.1.2.y"); none when the record has no such
-// field, so that a typing mistake is not silently added.
-nlohmann::json* fieldSlot(nlohmann::json& record, const std::string& path) {
-    nlohmann::json* at = &record;
-    size_t start = 0;
-    while (true) {
-        const size_t dot = path.find('.', start);
-        const std::string part = path.substr(start, dot - start);
-        if (at->is_object()) {
-            auto it = at->find(part);
-            if (it == at->end()) return nullptr;
-            at = &*it;
-        } else if (at->is_array()) {
-            if (part.empty() || part.size() > 6 || !std::all_of(part.begin(), part.end(), ::isdigit))
-                return nullptr;
-            const size_t index = std::stoul(part);
-            if (index >= at->size()) return nullptr;
-            at = &(*at)[index];
-        } else {
-            return nullptr;
-        }
-        if (dot == std::string::npos) return at;
-        start = dot + 1;
-    }
-}
-
 // The adjustment record with the fields changed, as one "Adjust" step: the
-// record is decoded whole again, so a field of the wrong type is refused.
-void adjust(StudioModel& model, const Uuid& id,
-            const std::vector<std::pair<std::string, nlohmann::json>>& sets) {
+// record is decoded whole again, so a value that doesn't fit is refused.
+void adjust(StudioModel& model, const Uuid& id, const std::vector<std::string>& sets) {
     const StudioLayer* layer = model.doc()->find(id);
     if (!layer || !layer->adjustment)
         throw std::runtime_error(inQuotes(layer ? layer->name : std::string()) +
                                  " is not an adjustment layer.");
     nlohmann::json j = *layer->adjustment;
-    for (const auto& [field, value] : sets) {
-        nlohmann::json* slot = fieldSlot(j, field);
-        if (!slot || field == "type")
-            throw UsageError("the " + std::string(displayName(layer->adjustment->type)) +
-                             " adjustment has no field " + inQuotes(field) + ".");
-        *slot = value;
-    }
+    for (const std::string& set : sets)
+        if (fieldValue(set).first == "type") throw UsageError("an adjustment layer keeps its type.");
+    applySets(j, sets);
     AdjustmentSpec spec;
     try {
         spec = j.get<AdjustmentSpec>();
@@ -418,24 +263,6 @@ void runSelectStep(StudioModel& model, const std::string& option, const std::str
     model.refineSelection(option.substr(2), amount);
 }
 
-void writeDocument(const StudioDocument& doc, const std::string& out) {
-    std::string ext = std::filesystem::path(out).extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    if (ext == "." + std::string(StudioFile::fileExtension)) {
-        writeFileAtomically(out, StudioFile::encode(doc));
-        return;
-    }
-    std::optional<PhotoExportFormat> format;
-    if (ext == ".jpg" || ext == ".jpeg") format = PhotoExportFormat::jpeg;
-    if (ext == ".png") format = PhotoExportFormat::png;
-    if (ext == ".tif" || ext == ".tiff") format = PhotoExportFormat::tiff;
-    if (ext == ".heic") format = PhotoExportFormat::heic;
-    if (!format)
-        throw UsageError("the output must end in .korvstudio, .png, .jpg, .jpeg, .tif, .tiff or .heic.");
-    writeFileAtomically(out, PhotoExport::data(doc, PhotoExportOptions(*format)));
-}
-
 void writeSelection(const StudioDocument& doc, const std::string& out) {
     std::string ext = std::filesystem::path(out).extension().string();
     std::transform(ext.begin(), ext.end(), ext.begin(),
@@ -462,16 +289,22 @@ void writeSelection(const StudioDocument& doc, const std::string& out) {
 }
 
 std::pair<int64_t, int64_t> canvasSize(const Args& a, const std::string& command) {
-    auto it = a.values.find("size");
-    if (it == a.values.end()) throw UsageError(command + " needs --size W,H in pixels.");
-    const auto size = numbers(it->second, 2, "size");
+    const auto text = a.value("--size");
+    if (!text) throw UsageError(command + " needs --size W,H in pixels.");
+    const auto size = numbers(*text, 2, "size");
     for (double v : size)
         if (v != std::floor(v) || v < 1 || v > double(kMaxCanvasSide))
             throw UsageError("each side must be a whole number from 1 to 30000.");
     return {int64_t(size[0]), int64_t(size[1])};
 }
 
-using Body = std::function<void(StudioModel&, const Args&)>;
+// The sets given with --set, in order.
+std::vector<std::string> sets(const Args& a) {
+    const auto it = a.values.find("--set");
+    return it == a.values.end() ? std::vector<std::string>{} : it->second;
+}
+
+using Body = std::function<void(StudioModel&, const Args&, const Steps&)>;
 
 struct Command {
     const char* name;
@@ -480,50 +313,52 @@ struct Command {
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
-        {"new-layer", [](StudioModel& m, const Args&) { m.addLayer(); }},
-        {"new-group", [](StudioModel& m, const Args&) { m.addGroup(); }},
-        {"ungroup", [](StudioModel& m, const Args&) { m.ungroup(); }},
-        {"duplicate-layer", [](StudioModel& m, const Args&) { m.duplicateLayer(); }},
-        {"delete-layer", [](StudioModel& m, const Args&) { m.deleteLayer(); }},
-        {"move-layer-up", [](StudioModel& m, const Args&) { m.moveLayer(true); }},
-        {"move-layer-down", [](StudioModel& m, const Args&) { m.moveLayer(false); }},
-        {"merge-down", [](StudioModel& m, const Args&) { m.mergeDown(); }},
-        {"flatten", [](StudioModel& m, const Args&) { m.flatten(); }},
-        {"stamp-visible", [](StudioModel& m, const Args&) { m.stampVisible(); }},
-        {"rasterize", [](StudioModel& m, const Args&) { m.rasterize(); }},
-        {"delete-mask", [](StudioModel& m, const Args&) { m.deleteMask(); }},
-        {"apply-mask", [](StudioModel& m, const Args&) { m.applyMask(); }},
-        {"invert-mask", [](StudioModel& m, const Args&) { m.invertMask(); }},
-        {"toggle-mask", [](StudioModel& m, const Args&) { m.toggleMaskEnabled(); }},
+        {"new-layer", [](StudioModel& m, const Args&, const Steps&) { m.addLayer(); }},
+        {"new-group", [](StudioModel& m, const Args&, const Steps&) { m.addGroup(); }},
+        {"ungroup", [](StudioModel& m, const Args&, const Steps&) { m.ungroup(); }},
+        {"duplicate-layer", [](StudioModel& m, const Args&, const Steps&) { m.duplicateLayer(); }},
+        {"delete-layer", [](StudioModel& m, const Args&, const Steps&) { m.deleteLayer(); }},
+        {"move-layer-up", [](StudioModel& m, const Args&, const Steps&) { m.moveLayer(true); }},
+        {"move-layer-down", [](StudioModel& m, const Args&, const Steps&) { m.moveLayer(false); }},
+        {"merge-down", [](StudioModel& m, const Args&, const Steps&) { m.mergeDown(); }},
+        {"flatten", [](StudioModel& m, const Args&, const Steps&) { m.flatten(); }},
+        {"stamp-visible", [](StudioModel& m, const Args&, const Steps&) { m.stampVisible(); }},
+        {"rasterize", [](StudioModel& m, const Args&, const Steps&) { m.rasterize(); }},
+        {"delete-mask", [](StudioModel& m, const Args&, const Steps&) { m.deleteMask(); }},
+        {"apply-mask", [](StudioModel& m, const Args&, const Steps&) { m.applyMask(); }},
+        {"invert-mask", [](StudioModel& m, const Args&, const Steps&) { m.invertMask(); }},
+        {"toggle-mask", [](StudioModel& m, const Args&, const Steps&) { m.toggleMaskEnabled(); }},
         {"new-adjustment",
-         [](StudioModel& m, const Args& a) {
-             const auto type = a.type ? adjustmentTypeFromString(*a.type) : std::nullopt;
+         [](StudioModel& m, const Args& a, const Steps&) {
+             const auto typeName = a.value("--type");
+             const auto type = typeName ? adjustmentTypeFromString(*typeName) : std::nullopt;
              if (!type)
                  throw UsageError(
                      "new-adjustment needs --type with an adjustment's coded name, e.g. levels.");
              m.addAdjustment(*type);
-             if (!a.sets.empty()) adjust(m, requireActive(m), a.sets);
+             if (!sets(a).empty()) adjust(m, requireActive(m), sets(a));
          }},
         {"adjust",
-         [](StudioModel& m, const Args& a) {
-             if (a.sets.empty()) throw UsageError("adjust needs at least one --set FIELD=VALUE.");
-             adjust(m, requireActive(m), a.sets);
+         [](StudioModel& m, const Args& a, const Steps&) {
+             if (sets(a).empty()) throw UsageError("adjust needs at least one --set FIELD=VALUE.");
+             adjust(m, requireActive(m), sets(a));
          }},
         {"new-fill",
-         [](StudioModel& m, const Args& a) {
-             const auto kind = a.kind ? fillKindFromString(*a.kind) : std::nullopt;
+         [](StudioModel& m, const Args& a, const Steps&) {
+             const auto kindName = a.value("--kind");
+             const auto kind = kindName ? fillKindFromString(*kindName) : std::nullopt;
              if (!kind)
                  throw UsageError("new-fill needs --kind solid, linearGradient, radialGradient or pattern.");
              m.addFill(*kind);
          }},
         {"add-mask",
-         [](StudioModel& m, const Args& a) {
+         [](StudioModel& m, const Args& a, const Steps&) {
              static const std::pair<const char*, NewMask> kinds[] = {
                  {"revealAll", NewMask::revealAll},
                  {"hideAll", NewMask::hideAll},
                  {"revealSelection", NewMask::revealSelection},
                  {"hideSelection", NewMask::hideSelection}};
-             const std::string k = a.kind.value_or("revealAll");
+             const std::string k = a.value("--kind").value_or("revealAll");
              auto it = std::find_if(std::begin(kinds), std::end(kinds),
                                     [&](const auto& e) { return k == e.first; });
              if (it == std::end(kinds))
@@ -532,55 +367,55 @@ const std::vector<Command>& commands() {
              m.addMask(it->second);
          }},
         {"set-layer",
-         [](StudioModel& m, const Args& a) {
-             if (a.sets.empty()) throw UsageError("set-layer needs at least one --set FIELD=VALUE.");
+         [](StudioModel& m, const Args& a, const Steps&) {
+             if (sets(a).empty()) throw UsageError("set-layer needs at least one --set FIELD=VALUE.");
              const Uuid id = requireActive(m);
-             for (const auto& [field, value] : a.sets)
+             for (const std::string& set : sets(a)) {
+                 const auto [field, value] = fieldValue(set);
                  setLayerField(m, id, field, value);
+             }
          }},
         {"image-size",
-         [](StudioModel& m, const Args& a) {
+         [](StudioModel& m, const Args& a, const Steps&) {
              const auto size = canvasSize(a, "image-size");
              m.resizeImage(size.first, size.second);
          }},
         {"canvas-size",
-         [](StudioModel& m, const Args& a) {
+         [](StudioModel& m, const Args& a, const Steps&) {
              const auto size = canvasSize(a, "canvas-size");
-             auto it = a.values.find("anchor");
-             const auto anchor =
-                 it == a.values.end() ? std::vector<double>{0.5, 0.5} : numbers(it->second, 2, "anchor");
+             const auto it = a.value("--anchor");
+             const auto anchor = it ? numbers(*it, 2, "anchor") : std::vector<double>{0.5, 0.5};
              if (anchor[0] < 0 || anchor[0] > 1 || anchor[1] < 0 || anchor[1] > 1)
                  throw UsageError(
                      "the anchor is two fractions from 0 to 1: 0,0 is the top left, 0.5,0.5 the centre.");
              m.resizeCanvas(size.first, size.second, anchor[0], anchor[1]);
          }},
         {"rotate",
-         [](StudioModel& m, const Args& a) {
-             auto it = a.values.find("turns");
-             if (it == a.values.end())
-                 throw UsageError("rotate needs --turns 1, 2 or 3 (clockwise quarter turns).");
-             const double turns = number(it->second, "number of turns");
+         [](StudioModel& m, const Args& a, const Steps&) {
+             const auto it = a.value("--turns");
+             if (!it) throw UsageError("rotate needs --turns 1, 2 or 3 (clockwise quarter turns).");
+             const double turns = number(*it, "number of turns");
              if (turns != std::floor(turns) || std::fabs(turns) > 1e6)
                  throw UsageError("the number of turns must be a whole number.");
              m.rotate(int64_t(turns));
          }},
-        {"flip-horizontal", [](StudioModel& m, const Args&) { m.flip(true); }},
-        {"flip-vertical", [](StudioModel& m, const Args&) { m.flip(false); }},
-        {"crop", [](StudioModel& m, const Args&) { m.cropToSelection(); }},
+        {"flip-horizontal", [](StudioModel& m, const Args&, const Steps&) { m.flip(true); }},
+        {"flip-vertical", [](StudioModel& m, const Args&, const Steps&) { m.flip(false); }},
+        {"crop", [](StudioModel& m, const Args&, const Steps&) { m.cropToSelection(); }},
         {"move-layer",
-         [](StudioModel& m, const Args& a) {
-             auto it = a.values.find("by");
-             if (it == a.values.end()) throw UsageError("move-layer needs --by DX,DY in pixels.");
-             const auto by = numbers(it->second, 2, "offset");
+         [](StudioModel& m, const Args& a, const Steps&) {
+             const auto it = a.value("--by");
+             if (!it) throw UsageError("move-layer needs --by DX,DY in pixels.");
+             const auto by = numbers(*it, 2, "offset");
              if (by[0] != std::floor(by[0]) || by[1] != std::floor(by[1]) || std::fabs(by[0]) > 1e6 ||
                  std::fabs(by[1]) > 1e6)
                  throw UsageError("the offset must be whole pixels.");
              m.moveLayerBy(int64_t(by[0]), int64_t(by[1]));
          }},
         {"select",
-         [](StudioModel& m, const Args& a) {
+         [](StudioModel& m, const Args&, const Steps& steps) {
              std::optional<SelectionOp> op;
-             for (const auto& [option, value] : a.steps)
+             for (const auto& [option, value] : steps)
                  runSelectStep(m, option, value, op);
          }},
     };
@@ -598,53 +433,73 @@ int runModelCommand(std::string_view name, int argc, char** argv) {
     const auto& table = commands();
     const auto command =
         std::find_if(table.begin(), table.end(), [&](const Command& c) { return name == c.name; });
-    const Args args = parse(name, argc, argv);
+    const bool isSelect = name == "select";
+    const std::string commandName(name);
+
+    std::vector<char*> rest;
+    const Steps steps = isSelect ? takeSteps(argc, argv, rest) : Steps{};
+    if (!isSelect) rest.assign(argv, argv + argc);
+    OptionSpec spec{{"--set", "--type", "--kind", "--size", "--anchor", "--turns", "--by"}, {"--json"}};
+    addTargetOptions(spec);
+    addSelectionOptions(spec);
+    const Args args = parse(int(rest.size()), rest.data(), spec, commandName);
+    if (args.positional.size() != 2)
+        throw UsageError(commandName + " takes two files: korv " + commandName + " IN OUT [options]");
+    const std::string& out = args.positional[1];
+    if (isSelect) {
+        if (formatForExtension(out) != PhotoExportFormat::png)
+            throw UsageError("the selection is written as a PNG: OUT must end in .png.");
+    } else {
+        requireWritableName(out);
+    }
 
     CliHost host;
     StudioModel model(host, false);
-    model.open(args.files[0]);
+    model.open(args.positional[0]);
     if (!model.doc())
         throw std::runtime_error(host.alerts.empty() ? "The file couldn't be opened." : host.alerts.back());
     StudioDocument& doc = *model.doc();
     applyTarget(model, args);
 
-    const int64_t stepsBefore = doc.changeCount();
+    const int64_t changesBefore = doc.changeCount();
     model.status.clear();
-    command->run(model, args);
+    command->run(model, args, steps);
     if (!host.alerts.empty()) throw std::runtime_error(host.alerts.back());
-
-    const bool isSelect = name == "select";
-    // A refusal is told in the status line; for the select command it is the
-    // only sign that a step was refused.
+    // A refusal is told in the status line; for select it is the only sign
+    // that a step was refused.
     if (isSelect && !model.status.empty()) throw std::runtime_error(model.status);
-    if (!isSelect && doc.changeCount() == stepsBefore)
-        throw std::runtime_error(model.status.empty()
-                                     ? "There was nothing for " + inQuotes(std::string(name)) +
-                                           " to act on; nothing was written."
-                                     : model.status);
+    if (!isSelect && doc.changeCount() == changesBefore)
+        throw std::runtime_error(model.status.empty() ? "There was nothing for " + inQuotes(commandName) +
+                                                            " to act on; nothing was written."
+                                                      : model.status);
+    std::string summary;
     if (isSelect)
-        writeSelection(doc, args.files[1]);
+        writeSelection(doc, out);
     else
-        writeDocument(doc, args.files[1]);
+        summary = writeDocument(doc, out);
 
-    if (args.json) {
-        nlohmann::json steps = nlohmann::json::array();
-        const auto& history = doc.history();
-        for (int64_t i = 1; i <= doc.cursor(); ++i)
-            steps.push_back(history[size_t(i)].name);
-        const auto active = doc.activeLayer();
-        nlohmann::json out{{"steps", steps},
-                           {"active", active ? nlohmann::json(active->name) : nlohmann::json(nullptr)},
-                           {"layers", doc.allLayers().size()}};
-        if (doc.selection) {
-            const IRect& b = doc.selection->bounds();
-            out["selection"] = {b.x, b.y, b.w, b.h};
-        } else {
-            out["selection"] = nullptr;
-        }
-        if (!model.status.empty()) out["status"] = model.status;
-        std::printf("%s\n", out.dump().c_str());
+    if (!args.has("--json")) {
+        if (!summary.empty()) std::printf("%s\n", summary.c_str());
+        return 0;
     }
+    nlohmann::json stepNames = nlohmann::json::array();
+    const auto& history = doc.history();
+    for (int64_t i = 1; i <= doc.cursor(); ++i)
+        stepNames.push_back(history[size_t(i)].name);
+    const auto active = doc.activeLayer();
+    nlohmann::json report{{"steps", stepNames},
+                          {"active", active ? nlohmann::json(active->name) : nlohmann::json(nullptr)},
+                          {"layers", doc.allLayers().size()},
+                          {"width", doc.width()},
+                          {"height", doc.height()}};
+    if (doc.selection) {
+        const IRect& b = doc.selection->bounds();
+        report["selection"] = {b.x, b.y, b.w, b.h};
+    } else {
+        report["selection"] = nullptr;
+    }
+    if (!model.status.empty()) report["status"] = model.status;
+    std::printf("%s\n", report.dump().c_str());
     return 0;
 }
 

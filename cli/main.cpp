@@ -1,34 +1,13 @@
 // korv: the engine from the command line.
+#include "cli/Commands.h"
 #include "cli/ModelCommands.h"
-#include "cli/UsageError.h"
-#include "engine/document/SampleDocument.h"
-#include "engine/document/StudioDocument.h"
-#include "engine/formats/AtomicFile.h"
-#include "engine/formats/ExportError.h"
-#include "engine/formats/ImageExport.h"
-#include "engine/formats/ImageImport.h"
-#include "engine/formats/PhotoExport.h"
-#include "engine/formats/StudioFile.h"
-#include "engine/formats/StudioImport.h"
-#include "engine/render/StudioRenderer.h"
+#include "cli/Options.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
-#include <chrono>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -51,8 +30,25 @@ Commands:
                                 make a document of one layer: "Background" in
                                 that colour, or a transparent "Layer 1"
   demo [OUT.png] [--size WxH]   render a generated layered document to a PNG
-                                (default build/demo.png, 1600x1000)
-  help                          show this text
+                                (default demo.png, 1600x1000)
+  brushes                       list the built-in brushes as JSON, every coded
+                                field of each
+  paint IN OUT --brush NAME --color #RRGGBB[AA] --points FILE [options]
+                                paint one stroke on a pixel layer and write
+                                OUT (.korvstudio, .png, .jpg, .tif, .heic);
+                                FILE (or - for standard input) is a JSON array
+                                of [x,y], [x,y,pressure] or [x,y,pressure,time]
+                                (pressure 1 and time i x 0.01 s when left out)
+      --seed N                  seed of the brush's randomness (default 1)
+      --set FIELD=VALUE         change a field of the brush, by coded name
+      --hold SECONDS            rest at the last point (airbrush, spray)
+      --layer NAME              the topmost layer of that name (default: the
+                                active layer)
+      --select-rect X,Y,W,H     paint only inside a rectangle, or an ellipse
+      --select-ellipse X,Y,W,H  (or a grey picture of the canvas size:
+      --select-mask FILE        white paints, black protects)
+      --json                    print the dirty rectangle and dab count
+  help [COMMAND]                show this text, or the part of one command
 
 Native documents (.korvstudio) open, and pictures from JPEG, PNG, TIFF, HEIC,
 AVIF, GIF, BMP, TGA and WebP; a file is recognised by its content, not its name.
@@ -60,244 +56,63 @@ Errors are printed on stderr and give a non-zero exit status; nothing is
 written on failure.
 )";
 
-using korv::cli::UsageError;
-
-std::string quoted(const std::string& path) {
-    return "\u201C" + std::filesystem::path(path).filename().string() + "\u201D";
-}
-
-std::vector<uint8_t> readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
-    if (!in)
-        throw std::runtime_error("The file " + quoted(path) + " couldn't be opened: " + std::strerror(errno) +
-                                 ".");
-    const std::streamoff size = in.tellg();
-    // Past 4 GB no picture of 30,000 x 30,000 is plausible.
-    if (size < 0 || size > (std::streamoff(4) << 30)) throw korv::ExportError::cannotRead();
-    std::vector<uint8_t> bytes(static_cast<size_t>(size));
-    in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), size))
-        throw std::runtime_error("The file " + quoted(path) + " couldn't be read.");
-    return bytes;
-}
-
-struct Opened {
-    std::string format;
-    std::unique_ptr<korv::StudioDocument> document;
-};
-
-Opened openFile(const std::string& path) {
-    const std::vector<uint8_t> bytes = readFile(path);
-    std::unique_ptr<korv::StudioDocument> doc = korv::StudioImport::document(bytes);
-    std::string format = "korvstudio";
-    if (!korv::StudioFile::isStudioFile(bytes))
-        if (auto f = korv::ImageImport::formatOf(bytes)) format = std::string(korv::toString(*f));
-    return {format, std::move(doc)};
-}
-
-nlohmann::json describe(const std::vector<korv::StudioLayer>& layers) {
-    nlohmann::json out = nlohmann::json::array();
-    // Top first, as the layer list shows them.
-    for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
-        const korv::StudioLayer& l = *it;
-        nlohmann::json j{{"id", l.id.toString()},
-                         {"name", l.name},
-                         {"kind", std::string(korv::toString(l.kind))},
-                         {"blendMode", std::string(korv::toString(l.blendMode))},
-                         {"opacity", l.opacity},
-                         {"fillOpacity", l.fillOpacity},
-                         {"visible", l.isVisible},
-                         {"locked", l.isLocked},
-                         {"clipping", l.isClipping},
-                         {"mask", l.mask ? (l.maskEnabled ? "enabled" : "disabled") : "none"}};
-        if (l.pixels) {
-            const auto bounds = l.pixels->contentBounds();
-            j["contentBounds"] = bounds ? nlohmann::json(*bounds) : nlohmann::json(nullptr);
-        }
-        if (l.isGroup()) j["children"] = describe(l.children);
-        out.push_back(std::move(j));
+// The lines of the usage text that belong to one command: its own line,
+// starting two spaces in, and those indented further below it.
+std::string commandHelp(const std::string& name) {
+    const std::string text = std::string(kUsage) + korv::cli::kModelCommandsUsage;
+    std::string out;
+    bool inside = false;
+    size_t start = 0;
+    while (start < text.size()) {
+        const size_t end = std::min(text.find('\n', start), text.size());
+        const std::string line = text.substr(start, end - start);
+        start = end + 1;
+        const bool commandLine = line.size() > 2 && line.compare(0, 2, "  ") == 0 && line[2] != ' ';
+        if (commandLine)
+            inside = line.compare(2, name.size() + 1, name + " ") == 0 || line.substr(2) == name;
+        else if (line.empty() || line[0] != ' ')
+            inside = false;
+        if (inside) out += line + "\n";
     }
     return out;
-}
-
-double number(const char* text, const char* what) {
-    char* end = nullptr;
-    const double v = std::strtod(text, &end);
-    if (end == text || *end != '\0' || !std::isfinite(v))
-        throw UsageError(std::string("the ") + what + " must be a number, not \u201C" + text + "\u201D.");
-    return v;
-}
-
-std::optional<korv::PhotoExportFormat> formatForExtension(const std::string& path) {
-    std::string ext = std::filesystem::path(path).extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    if (ext == ".jpg" || ext == ".jpeg") return korv::PhotoExportFormat::jpeg;
-    if (ext == ".png") return korv::PhotoExportFormat::png;
-    if (ext == ".tif" || ext == ".tiff") return korv::PhotoExportFormat::tiff;
-    if (ext == ".heic") return korv::PhotoExportFormat::heic;
-    return std::nullopt;
-}
-
-bool isNativeName(const std::string& path) {
-    return std::filesystem::path(path).extension() == "." + std::string(korv::StudioFile::fileExtension);
-}
-
-int info(int argc, char** argv) {
-    if (argc != 1) throw UsageError("info takes one file: korv info IN");
-    const Opened opened = openFile(argv[0]);
-    const korv::StudioDocument& doc = *opened.document;
-    const auto active = doc.activeID;
-    const nlohmann::json j{{"format", opened.format},
-                           {"width", doc.width()},
-                           {"height", doc.height()},
-                           {"dpi", doc.dpi},
-                           {"active", active ? nlohmann::json(active->toString()) : nlohmann::json(nullptr)},
-                           {"layers", describe(doc.layers)}};
-    std::printf("%s\n", j.dump(2).c_str());
-    return 0;
-}
-
-int render(int argc, char** argv) {
-    if (argc != 2) throw UsageError("render takes two files: korv render IN OUT.png");
-    const Opened opened = openFile(argv[0]);
-    const korv::RGBABufferPtr flat = korv::StudioRenderer::flatten(*opened.document);
-    const auto png = korv::ImageExport::pngData(flat, opened.document->dpi);
-    if (!png) throw korv::ExportError::cannotEncode("PNG");
-    korv::writeFileAtomically(argv[1], *png);
-    return 0;
-}
-
-int convert(int argc, char** argv) {
-    std::vector<std::string> files;
-    std::optional<double> quality, scale;
-    std::optional<korv::PaintColor> background;
-    for (int i = 0; i < argc; ++i) {
-        const bool hasValue = i + 1 < argc;
-        if (!std::strcmp(argv[i], "--quality") && hasValue) {
-            quality = number(argv[++i], "quality");
-        } else if (!std::strcmp(argv[i], "--scale") && hasValue) {
-            scale = number(argv[++i], "scale");
-        } else if (!std::strcmp(argv[i], "--background") && hasValue) {
-            background = korv::PaintColor::fromHex(argv[++i]);
-            if (!background) throw UsageError("the background must be a colour like #RRGGBB.");
-        } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-            throw UsageError(std::string("unknown option \u201C") + argv[i] + "\u201D for convert.");
-        } else {
-            files.emplace_back(argv[i]);
-        }
-    }
-    if (files.size() != 2) throw UsageError("convert takes two files: korv convert IN OUT [options]");
-    if (isNativeName(files[1])) {
-        const Opened opened = openFile(files[0]);
-        const std::vector<uint8_t> bytes = korv::StudioFile::encode(*opened.document);
-        korv::writeFileAtomically(files[1], bytes);
-        std::printf("Wrote %s: KORV Lumenary document, %ldx%ld, %zu bytes\n", files[1].c_str(),
-                    opened.document->width(), opened.document->height(), bytes.size());
-        return 0;
-    }
-    const std::optional<korv::PhotoExportFormat> format = formatForExtension(files[1]);
-    if (!format)
-        throw UsageError("the output must end in .jpg, .jpeg, .png, .tif, .tiff, .heic or .korvstudio.");
-    korv::PhotoExportOptions options(*format);
-    if (quality) options.quality = *quality;
-    if (scale) options.scale = *scale;
-    if (background) options.background = korv::RGBA(*background);
-
-    const Opened opened = openFile(files[0]);
-    const std::vector<uint8_t> bytes = korv::PhotoExport::data(*opened.document, options);
-    korv::writeFileAtomically(files[1], bytes);
-    const korv::PixelSize size = korv::PhotoExport::outputSize(*opened.document, options);
-    std::printf("Wrote %s: %s, %ldx%ld at %g dpi, %zu bytes\n", files[1].c_str(),
-                std::string(korv::displayName(*format)).c_str(), size.width, size.height,
-                opened.document->dpi, bytes.size());
-    return 0;
-}
-
-int64_t canvasSide(const char* text, const char* what) {
-    const double v = number(text, what);
-    if (v != std::floor(v) || v < 1 || v > double(korv::kMaxCanvasSide))
-        throw UsageError(std::string("the ") + what + " must be a whole number from 1 to 30000.");
-    return int64_t(v);
-}
-
-int newDocument(int argc, char** argv) {
-    std::vector<std::string> args;
-    std::optional<korv::PaintColor> background;
-    double dpi = 72;
-    for (int i = 0; i < argc; ++i) {
-        const bool hasValue = i + 1 < argc;
-        if (!std::strcmp(argv[i], "--background") && hasValue) {
-            background = korv::PaintColor::fromHex(argv[++i]);
-            if (!background) throw UsageError("the background must be a colour like #RRGGBB or #RRGGBBAA.");
-        } else if (!std::strcmp(argv[i], "--dpi") && hasValue) {
-            dpi = number(argv[++i], "resolution");
-            if (dpi <= 0) throw UsageError("the resolution must be above 0.");
-        } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-            throw UsageError(std::string("unknown option \u201C") + argv[i] + "\u201D for new.");
-        } else {
-            args.emplace_back(argv[i]);
-        }
-    }
-    if (args.size() != 3)
-        throw UsageError("new takes a size and a file: korv new WIDTH HEIGHT OUT.korvstudio");
-    const int64_t width = canvasSide(args[0].c_str(), "width"),
-                  height = canvasSide(args[1].c_str(), "height");
-    if (!isNativeName(args[2])) throw UsageError("the new document's name must end in .korvstudio.");
-    korv::StudioDocument doc(width, height, dpi, background);
-    const std::vector<uint8_t> bytes = korv::StudioFile::encode(doc);
-    korv::writeFileAtomically(args[2], bytes);
-    std::printf("Wrote %s: %ldx%ld, %zu bytes\n", args[2].c_str(), width, height, bytes.size());
-    return 0;
-}
-
-int demo(int argc, char** argv) {
-    std::string out = "demo.png";
-    int64_t width = 1600, height = 1000;
-    for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--size") == 0 && i + 1 < argc) {
-            if (std::sscanf(argv[++i], "%ldx%ld", &width, &height) != 2 || width < 1 || height < 1 ||
-                width > korv::kMaxCanvasSide || height > korv::kMaxCanvasSide) {
-                std::fprintf(stderr, "korv: the size must be WIDTHxHEIGHT, each from 1 to %ld.\n",
-                             korv::kMaxCanvasSide);
-                return 2;
-            }
-        } else {
-            out = argv[i];
-        }
-    }
-    auto doc = korv::makeSampleDocument(width, height);
-    const auto start = std::chrono::steady_clock::now();
-    korv::RGBABufferPtr flat = korv::StudioRenderer::flatten(*doc);
-    const double ms =
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    const auto png = korv::ImageExport::pngData(flat, doc->dpi);
-    if (!png) throw korv::ExportError::cannotEncode("PNG");
-    korv::writeFileAtomically(out, *png);
-    std::printf("Rendered a %ldx%ld document of %zu layers in %.1f ms: %s\n", width, height,
-                doc->allLayers().size(), ms, std::filesystem::absolute(out).c_str());
-    return 0;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2 || !std::strcmp(argv[1], "help") || !std::strcmp(argv[1], "--help") ||
-        !std::strcmp(argv[1], "-h")) {
-        std::fputs(kUsage, argc < 2 ? stderr : stdout);
-        std::fputs("\n", argc < 2 ? stderr : stdout);
-        std::fputs(korv::cli::kModelCommandsUsage, argc < 2 ? stderr : stdout);
+    using namespace korv::cli;
+    const bool help = argc >= 2 && (!std::strcmp(argv[1], "help") || !std::strcmp(argv[1], "--help") ||
+                                    !std::strcmp(argv[1], "-h"));
+    if (help && argc >= 3) {
+        const std::string text = commandHelp(argv[2]);
+        if (text.empty()) {
+            std::fprintf(
+                stderr, "korv: there is no command \u201C%s\u201D. Run \u201Ckorv help\u201D for the list.\n",
+                argv[2]);
+            return 2;
+        }
+        std::fputs(("Usage: korv" + text.substr(1)).c_str(), stdout);
+        return 0;
+    }
+    if (argc < 2 || help) {
+        std::FILE* to = argc < 2 ? stderr : stdout;
+        std::fputs(kUsage, to);
+        std::fputs("\n", to);
+        std::fputs(korv::cli::kModelCommandsUsage, to);
         return argc < 2 ? 2 : 0;
     }
     try {
         const char* command = argv[1];
-        if (!std::strcmp(command, "demo")) return demo(argc - 2, argv + 2);
-        if (!std::strcmp(command, "info")) return info(argc - 2, argv + 2);
-        if (!std::strcmp(command, "render")) return render(argc - 2, argv + 2);
-        if (!std::strcmp(command, "convert")) return convert(argc - 2, argv + 2);
-        if (!std::strcmp(command, "new")) return newDocument(argc - 2, argv + 2);
-        if (korv::cli::isModelCommand(command))
-            return korv::cli::runModelCommand(command, argc - 2, argv + 2);
+        struct Entry {
+            const char* name;
+            int (*run)(int, char**);
+        };
+        static constexpr Entry kCommands[] = {
+            {"demo", demo},       {"info", info},       {"render", render}, {"convert", convert},
+            {"new", newDocument}, {"brushes", brushes}, {"paint", paint}};
+        for (const Entry& e : kCommands)
+            if (!std::strcmp(command, e.name)) return e.run(argc - 2, argv + 2);
+        if (isModelCommand(command)) return runModelCommand(command, argc - 2, argv + 2);
         std::fprintf(stderr,
                      "korv: unknown command \u201C%s\u201D. Run \u201Ckorv --help\u201D for the list.\n",
                      command);

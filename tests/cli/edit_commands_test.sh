@@ -33,16 +33,16 @@ check "the Levels layer is in the document" bash -c "'$korv' info '$work/b.korvs
 check "and changes the picture" bash -c "! cmp -s '$work/a.png' '$work/b.png'"
 check "adjust changes the active adjustment layer" bash -c \
   "'$korv' adjust '$work/b.korvstudio' '$work/c.png' --set levels.0.inBlack=0 && cmp -s '$work/a.png' '$work/c.png'"
-refused "a field the adjustment lacks is a usage error" 2 "has no field" "$work/x.korvstudio" \
+refused "a field the adjustment lacks is a usage error" 2 "no field" "$work/x.korvstudio" \
   "$korv" adjust "$work/b.korvstudio" "$work/x.korvstudio" --set levels.9.inBlack=1
-refused "a value of the wrong type is a usage error" 2 "does not fit" "$work/x.korvstudio" \
+refused "a value of the wrong type is a usage error" 2 "can.t take" "$work/x.korvstudio" \
   "$korv" adjust "$work/b.korvstudio" "$work/x.korvstudio" --set levels.0.inBlack=dark
 refused "adjust on a pixel layer is refused" 1 "is not an adjustment layer" "$work/x.korvstudio" \
   "$korv" adjust "$work/a.korvstudio" "$work/x.korvstudio" --set hue=3
 
 refused "merge down of the only layer changes nothing" 1 "nothing" "$work/x.korvstudio" \
   "$korv" merge-down "$work/a.korvstudio" "$work/x.korvstudio"
-refused "an unknown layer name is refused" 1 "There is no layer named" "$work/x.korvstudio" \
+refused "an unknown layer name is refused" 1 "There is no layer" "$work/x.korvstudio" \
   "$korv" duplicate-layer "$work/a.korvstudio" "$work/x.korvstudio" --layer Nobody
 refused "a mask target needs a mask" 1 "has no mask" "$work/x.korvstudio" \
   "$korv" invert-mask "$work/a.korvstudio" "$work/x.korvstudio" --mask
@@ -66,11 +66,22 @@ check "the wand on a flat picture selects it all" bash -c \
 check "select all then invert leaves nothing" bash -c \
   "'$korv' select '$work/a.korvstudio' '$work/n.png' --all --invert --json | grep -q '\"selection\":null'"
 "$korv" convert "$work/s.png" "$work/s-small.png" --scale 0.5 > /dev/null
-refused "a selection picture of another size is refused" 1 "px; the picture is" "$work/x.png" \
+refused "a selection picture of another size is refused" 1 "must be 64" "$work/x.png" \
   "$korv" select "$work/a.korvstudio" "$work/x.png" --select-mask "$work/s-small.png"
 check "a selection picture gives back the selection it shows" bash -c "
   '$korv' select '$work/a.korvstudio' '$work/s.png' --select-rect 10,10,20,20 --feather 4 --json | grep -o '\"selection\":[^]]*' > '$work/s1' &&
   '$korv' select '$work/a.korvstudio' '$work/t.png' --select-mask '$work/s.png' --json | grep -o '\"selection\":[^]]*' > '$work/s2' &&
   cmp -s '$work/s1' '$work/s2' && cmp -s '$work/s.png' '$work/t.png'"
+
+check "rotate a quarter turn swaps the sides" bash -c \
+  "'$korv' rotate '$work/a.korvstudio' '$work/r.korvstudio' --turns 1 --json | grep -q '\"height\":64,\"layers\":1,\"selection\":null,\"steps\":\[\"Rotate\"\],\"width\":48'"
+check "canvas size, then crop back, gives the picture it started from" bash -c "
+  '$korv' canvas-size '$work/a.korvstudio' '$work/big.korvstudio' --size 100,60 --anchor 1,0 > /dev/null &&
+  '$korv' crop '$work/big.korvstudio' '$work/back.png' --select-rect 36,0,64,48 > /dev/null &&
+  cmp -s '$work/a.png' '$work/back.png'"
+refused "crop without a selection changes nothing" 1 "nothing" "$work/x.png" \
+  "$korv" crop "$work/a.korvstudio" "$work/x.png"
+refused "a size over the limit is a usage error" 2 "from 1 to 30000" "$work/x.png" \
+  "$korv" image-size "$work/a.korvstudio" "$work/x.png" --size 30001,5
 
 [ "$fails" -eq 0 ]
