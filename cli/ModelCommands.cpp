@@ -15,6 +15,7 @@
 #include "engine/formats/StudioFile.h"
 #include "engine/render/BlendMode.h"
 #include "engine/selection/SelectionTools.h"
+#include "engine/transform/TransformSession.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -81,6 +82,15 @@ and the selection's bounds. Nothing to act on exits 1 and writes nothing.
   flip-vertical IN OUT
   crop IN OUT                   to the selection's bounds
   move-layer IN OUT --by DX,DY  move the target layer; its mask stays
+  transform IN OUT [--mode free|perspective|warp] [options]
+                                transform the target's pixels (or mask) under
+                                the selection, or all its content: free with
+                                --scale SX,SY, --rotate DEGREES (clockwise)
+                                and --translate DX,DY about the area's centre,
+                                or --matrix A,B,C,D,TX,TY; perspective with
+                                --corners X0,Y0,...,X3,Y3 (top left, top right,
+                                bottom right, bottom left); warp with --warp
+                                and 16 points, row by row
   select IN OUT.png [STEP]...   write the selection as a grey picture (white is
                                 selected) after these steps, in order: --all,
                                 --invert, --deselect, --layer-shape, --mask-area,
@@ -412,6 +422,50 @@ const std::vector<Command>& commands() {
                  throw UsageError("the offset must be whole pixels.");
              m.moveLayerBy(int64_t(by[0]), int64_t(by[1]));
          }},
+        {"transform",
+         [](StudioModel& m, const Args& a, const Steps&) {
+             const std::string modeName = a.value("--mode").value_or("free");
+             const auto mode = transformModeFromString(modeName);
+             if (!mode) throw UsageError("the mode must be free, perspective or warp.");
+             m.beginTransform(*mode);
+             if (!m.transform) return; // the status says why
+             TransformSession& t = *m.transform;
+             if (*mode == TransformMode::free) {
+                 // Scale, then rotate, about the lifted area's centre, then move.
+                 const double cx = double(t.source.x) + double(t.source.w) / 2;
+                 const double cy = double(t.source.y) + double(t.source.h) / 2;
+                 const auto scale = a.value("--scale") ? numbers(*a.value("--scale"), 2, "scale")
+                                                       : std::vector<double>{1, 1};
+                 const double degrees = a.value("--rotate") ? number(*a.value("--rotate"), "angle") : 0;
+                 const auto move = a.value("--translate") ? numbers(*a.value("--translate"), 2, "translation")
+                                                          : std::vector<double>{0, 0};
+                 if (!(scale[0] != 0 && scale[1] != 0))
+                     throw UsageError("a scale of 0 would leave nothing of the picture.");
+                 AffineTransform affine = AffineTransform::translation(-cx, -cy)
+                                              .then(AffineTransform::scale(scale[0], scale[1]))
+                                              .then(AffineTransform::rotation(degrees * M_PI / 180))
+                                              .then(AffineTransform::translation(cx + move[0], cy + move[1]));
+                 if (const auto matrix = a.value("--matrix")) {
+                     const auto v = numbers(*matrix, 6, "matrix");
+                     affine = {v[0], v[1], v[2], v[3], v[4], v[5]};
+                 }
+                 t.affine = affine;
+             } else if (*mode == TransformMode::perspective) {
+                 const auto text = a.value("--corners");
+                 if (!text) throw UsageError("a perspective transform needs --corners with 8 numbers.");
+                 const auto v = numbers(*text, 8, "corners");
+                 for (size_t i = 0; i < 4; ++i)
+                     t.corners[i] = {v[2 * i], v[2 * i + 1]};
+             } else {
+                 const auto text = a.value("--warp");
+                 if (!text) throw UsageError("a warp needs --warp with 32 numbers, 16 points row by row.");
+                 const auto v = numbers(*text, 32, "warp points");
+                 for (size_t i = 0; i < 16; ++i)
+                     t.warp[i] = {v[2 * i], v[2 * i + 1]};
+             }
+             m.updateTransform();
+             m.applyTransform();
+         }},
         {"select",
          [](StudioModel& m, const Args&, const Steps& steps) {
              std::optional<SelectionOp> op;
@@ -439,7 +493,9 @@ int runModelCommand(std::string_view name, int argc, char** argv) {
     std::vector<char*> rest;
     const Steps steps = isSelect ? takeSteps(argc, argv, rest) : Steps{};
     if (!isSelect) rest.assign(argv, argv + argc);
-    OptionSpec spec{{"--set", "--type", "--kind", "--size", "--anchor", "--turns", "--by"}, {"--json"}};
+    OptionSpec spec{{"--set", "--type", "--kind", "--size", "--anchor", "--turns", "--by", "--mode",
+                     "--scale", "--rotate", "--translate", "--matrix", "--corners", "--warp"},
+                    {"--json"}};
     addTargetOptions(spec);
     addSelectionOptions(spec);
     const Args args = parse(int(rest.size()), rest.data(), spec, commandName);

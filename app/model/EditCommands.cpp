@@ -95,9 +95,10 @@ std::optional<PixelTarget> StudioModel::pixelTarget(bool quiet) {
 }
 
 void StudioModel::cancelLive() {
-    if (preview)
+    if (preview || transform)
         if (auto* d = doc()) d->revertToLastCommit();
     preview.reset();
+    transform.reset();
     cropRect.reset();
 }
 

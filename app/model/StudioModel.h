@@ -14,6 +14,7 @@
 #include "engine/core/SelectionRef.h"
 #include "engine/formats/PhotoExport.h"
 #include "engine/selection/SelectionTools.h"
+#include "engine/transform/TransformSession.h"
 
 #include <functional>
 #include <map>
@@ -129,6 +130,9 @@ public:
     std::optional<AlertInfo> alert;
     std::optional<std::string> busy;
     std::optional<LivePreview> preview;
+    // The free, perspective or warp transform being dragged, shown in the
+    // layer as a preview history doesn't see until it is applied.
+    std::shared_ptr<TransformSession> transform;
     Prefs prefs;
     std::string cursorInfo;
     CanvasLink* canvas = nullptr;
@@ -244,6 +248,15 @@ public:
     void cropToSelection();
     // The active layer (a group with its content) moved as the step "Move".
     void moveLayerBy(int64_t dx, int64_t dy);
+
+    // Transform sessions on the pixel target. Beginning drops any other live
+    // state; the geometry is changed on `transform` and shown with
+    // updateTransform(); apply commits one step "Transform", cancel none.
+    void beginTransform(TransformMode mode);
+    void setTransformMode(TransformMode mode);
+    void updateTransform();
+    void applyTransform();
+    void cancelTransform();
 
     // Selection commands.
     void selectAll();

@@ -79,6 +79,12 @@ check "canvas size, then crop back, gives the picture it started from" bash -c "
   '$korv' canvas-size '$work/a.korvstudio' '$work/big.korvstudio' --size 100,60 --anchor 1,0 > /dev/null &&
   '$korv' crop '$work/big.korvstudio' '$work/back.png' --select-rect 36,0,64,48 > /dev/null &&
   cmp -s '$work/a.png' '$work/back.png'"
+check "a transform moves the selected pixels as one step" bash -c "
+  '$korv' transform '$work/a.korvstudio' '$work/tr.korvstudio' --translate 5,0 --select-rect 0,0,10,10 --json | grep -q '\"steps\":\[\"Transform\"\]' &&
+  ! cmp -s '$work/a.png' \"\$('$korv' render '$work/tr.korvstudio' '$work/tr.png' >/dev/null; echo '$work/tr.png')\""
+"$korv" new-layer "$work/a.korvstudio" "$work/empty.korvstudio" > /dev/null
+refused "a transform of an empty layer is refused with the editor's sentence" 1 "Nothing to transform" "$work/x.png" \
+  "$korv" transform "$work/empty.korvstudio" "$work/x.png"
 refused "crop without a selection changes nothing" 1 "nothing" "$work/x.png" \
   "$korv" crop "$work/a.korvstudio" "$work/x.png"
 refused "a size over the limit is a usage error" 2 "from 1 to 30000" "$work/x.png" \

@@ -1,0 +1,225 @@
+#include "engine/transform/TransformSession.h"
+
+#include "engine/core/ParallelFor.h"
+#include "engine/core/Selection.h"
+#include "engine/document/StudioDocument.h"
+#include "engine/transform/Homography.h"
+#include "engine/transform/MeshWarp.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace korv {
+
+std::string_view toString(TransformMode m) {
+    switch (m) {
+    case TransformMode::perspective:
+        return "perspective";
+    case TransformMode::warp:
+        return "warp";
+    case TransformMode::free:
+        break;
+    }
+    return "free";
+}
+
+std::optional<TransformMode> transformModeFromString(std::string_view text) {
+    for (TransformMode m : {TransformMode::free, TransformMode::perspective, TransformMode::warp})
+        if (toString(m) == text) return m;
+    return std::nullopt;
+}
+
+namespace {
+
+std::vector<Point> rectCorners(const IRect& r) {
+    const double x0 = double(r.x), y0 = double(r.y), x1 = double(r.maxX()), y1 = double(r.maxY());
+    return {{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}};
+}
+
+std::vector<Point> evenWarp(const IRect& r) {
+    std::vector<Point> out(16);
+    for (size_t i = 0; i < 16; ++i)
+        out[i] = {double(r.x) + double(r.w) * double(i & 3) / 3,
+                  double(r.y) + double(r.h) * double(i >> 2) / 3};
+    return out;
+}
+
+} // namespace
+
+TransformSession::TransformSession(Uuid layerID, bool editingMask, IRect source,
+                                   std::shared_ptr<const RGBABuffer> floating, TileSet base)
+    : layerID(layerID), editingMask(editingMask), source(source), floating(floating),
+      floatingImage(floating ? CanvasImage::make(*floating) : nullptr), base(std::move(base)) {
+    reset();
+}
+
+void TransformSession::reset() {
+    affine = AffineTransform{};
+    corners = rectCorners(source);
+    warp = evenWarp(source);
+}
+
+std::vector<Point> TransformSession::shownCorners() const {
+    switch (mode) {
+    case TransformMode::perspective:
+        return corners;
+    case TransformMode::warp:
+        return {warp[0], warp[3], warp[15], warp[12]};
+    case TransformMode::free:
+        break;
+    }
+    std::vector<Point> out = rectCorners(source);
+    for (Point& p : out)
+        p = affine.apply(p);
+    return out;
+}
+
+std::vector<std::vector<Point>> TransformSession::lattice(int n) const {
+    n = std::max(n, 1);
+    const Homography h = Homography::unitSquare(corners);
+    std::vector<std::vector<Point>> rows(size_t(n + 1), std::vector<Point>(size_t(n + 1)));
+    for (int r = 0; r <= n; ++r)
+        for (int c = 0; c <= n; ++c) {
+            const double u = double(c) / n, v = double(r) / n;
+            Point& p = rows[size_t(r)][size_t(c)];
+            switch (mode) {
+            case TransformMode::free:
+                p = affine.apply(
+                    {double(source.x) + u * double(source.w), double(source.y) + v * double(source.h)});
+                break;
+            case TransformMode::perspective:
+                p = h.map(u, v);
+                break;
+            case TransformMode::warp:
+                p = Bezier::patch(warp, u, v);
+                break;
+            }
+        }
+    return rows;
+}
+
+TileSet TransformSession::render() const {
+    if (!floatingImage) return base;
+    const TileGrid& grid = base.grid;
+    std::vector<std::vector<Point>> mesh;
+    if (mode == TransformMode::perspective) mesh = lattice(16);
+    if (mode == TransformMode::warp) mesh = lattice(24);
+
+    double x0 = INFINITY, y0 = INFINITY, x1 = -INFINITY, y1 = -INFINITY;
+    auto include = [&](const Point& p) {
+        x0 = std::min(x0, p.x), y0 = std::min(y0, p.y), x1 = std::max(x1, p.x), y1 = std::max(y1, p.y);
+    };
+    for (const Point& p : shownCorners())
+        include(p);
+    for (const auto& row : mesh)
+        for (const Point& p : row)
+            include(p);
+    const IRect bounds =
+        IRect::covering(x0 - 2, y0 - 2, x1 - x0 + 4, y1 - y0 + 4).intersection(grid.bounds());
+    if (bounds.isEmpty()) return base;
+
+    RGBABuffer drawn(bounds.w, bounds.h);
+    const Rect src{double(source.x), double(source.y), double(source.w), double(source.h)};
+    if (mode == TransformMode::free) {
+        // One affine map: the drawing library's filtering, which also
+        // averages properly when the picture is made much smaller.
+        auto ctx = Canvas2D::rgba(drawn);
+        if (!ctx) return base;
+        ctx->setTransform(AffineTransform::translation(-double(bounds.x), -double(bounds.y)));
+        ctx->concat(affine);
+        ctx->drawImage(*floatingImage, src);
+    } else {
+        MeshWarp::draw(*floating, src, mesh, drawn, bounds.x, bounds.y);
+    }
+
+    // The drawing over a copy of the base; a transparent pixel leaves the base
+    // alone, so no tile comes into being where nothing was drawn.
+    TileSet out = base;
+    out.ensureCells();
+    const std::vector<int64_t> indices = grid.tiles(bounds);
+    parallelFor(int64_t(indices.size()), [&](int64_t k) {
+        const int64_t index = indices[size_t(k)];
+        const IRect part = grid.rect(index).intersection(bounds);
+        Tile* tile = nullptr;
+        for (int64_t y = part.y; y < part.maxY(); ++y) {
+            const uint8_t* s = drawn.row(y - bounds.y) + (part.x - bounds.x) * 4;
+            for (int64_t x = 0; x < part.w; ++x, s += 4) {
+                if (s[3] == 0) continue;
+                if (!tile) tile = &out.writable(index);
+                const IRect tr = grid.rect(index);
+                uint8_t* d = tile->row(y - tr.y) + (part.x + x - tr.x) * 4;
+                const float keep = 1.0f - float(s[3]) / 255.0f;
+                for (int ch = 0; ch < 4; ++ch)
+                    d[ch] = uint8_t(std::min(255.0f, float(s[ch]) + keep * float(d[ch]) + 0.5f));
+            }
+        }
+    });
+    return out;
+}
+
+std::shared_ptr<TransformSession> beginTransform(const StudioDocument& doc, const Uuid& layerID, bool mask) {
+    const std::optional<TileSet> raster = doc.editableRaster(layerID, mask);
+    if (!raster) return nullptr;
+    const Selection* selection = doc.selection.get();
+    std::optional<IRect> area;
+    if (selection)
+        area = selection->bounds();
+    else
+        area = raster->contentBounds();
+    if (!area || area->w < 1 || area->h < 1) return nullptr;
+
+    auto floating = std::make_shared<RGBABuffer>(area->w, area->h);
+    TileSet base = *raster;
+    base.freeze(); // the session's base is shared by every render, never written
+    TileSet working = base;
+    const TileGrid& grid = raster->grid;
+    for (int64_t index : grid.tiles(*area)) {
+        const IRect part = grid.rect(index).intersection(*area);
+        const Tile* from = raster->tile(index);
+        if (!from) continue; // an absent tile lifts nothing and leaves nothing
+        Tile* to = nullptr;
+        const IRect tr = grid.rect(index);
+        for (int64_t y = part.y; y < part.maxY(); ++y) {
+            const uint8_t* p = from->row(y - tr.y) + (part.x - tr.x) * 4;
+            uint8_t* f = floating->row(y - area->y) + (part.x - area->x) * 4;
+            for (int64_t x = part.x; x < part.maxX(); ++x, p += 4, f += 4) {
+                const uint8_t c = selection ? selection->value(x, y) : 255;
+                if (c == 0) continue;
+                if (!to) to = &working.writable(index);
+                uint8_t* b = to->row(y - tr.y) + (x - tr.x) * 4;
+                for (int ch = 0; ch < 4; ++ch) {
+                    f[ch] = mulBytes(p[ch], c);
+                    b[ch] = mulBytes(p[ch], uint8_t(255 - c));
+                }
+            }
+        }
+    }
+    working.freeze();
+    return std::make_shared<TransformSession>(layerID, mask, *area, std::move(floating), std::move(working));
+}
+
+namespace {
+
+void store(StudioDocument& doc, const TransformSession& session, bool bumpVersion) {
+    TileSet rendered = session.render();
+    const bool found = doc.update(session.layerID, bumpVersion, [&](StudioLayer& l) {
+        if (session.editingMask)
+            l.mask = std::move(rendered);
+        else
+            l.pixels = std::move(rendered);
+    });
+    if (found) doc.markAllDirty();
+}
+
+} // namespace
+
+void previewTransform(StudioDocument& doc, const TransformSession& session) {
+    store(doc, session, false);
+}
+
+void applyTransform(StudioDocument& doc, const TransformSession& session) {
+    store(doc, session, true);
+    doc.setSelection(nullptr);
+}
+
+} // namespace korv
