@@ -1,5 +1,7 @@
 #include "engine/transform/MeshWarp.h"
 
+#include "engine/core/ParallelFor.h"
+
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -46,6 +48,7 @@ struct Target {
     RGBABuffer& out;
     int64_t ox, oy;
     std::vector<uint8_t>& taken; // one byte per pixel of out
+    int64_t rowBegin, rowEnd;    // the band of out's rows this pass may write
 };
 
 // Bilinear sample of the premultiplied image at canvas point (x, y), scaled
@@ -101,8 +104,8 @@ void fillTriangle(Target& t, Point a, Point b, Point c, const AffineTransform& b
     const int64_t w = t.out.width(), h = t.out.height();
     const int64_t x0 = std::max<int64_t>(0, int64_t(std::floor(minX - 0.5)) - t.ox);
     const int64_t x1 = std::min<int64_t>(w - 1, int64_t(std::ceil(maxX - 0.5)) - t.ox);
-    const int64_t y0 = std::max<int64_t>(0, int64_t(std::floor(minY - 0.5)) - t.oy);
-    const int64_t y1 = std::min<int64_t>(h - 1, int64_t(std::ceil(maxY - 0.5)) - t.oy);
+    const int64_t y0 = std::max<int64_t>(t.rowBegin, int64_t(std::floor(minY - 0.5)) - t.oy);
+    const int64_t y1 = std::min<int64_t>(std::min(h, t.rowEnd) - 1, int64_t(std::ceil(maxY - 0.5)) - t.oy);
     if (x0 > x1 || y0 > y1) return;
     const Point v[3] = {a, b, c};
     bool owns[3];
@@ -148,8 +151,6 @@ void draw(const RGBABuffer& image, const Rect& srcRect, const Lattice& lattice, 
     const size_t n = lattice.size() - 1;
     for (const auto& row : lattice)
         if (row.size() != n + 1) return;
-    std::vector<uint8_t> taken(size_t(out.width() * out.height()), 0);
-    Target target{image, srcRect, out, originX, originY, taken};
     auto at = [&](size_t col, size_t row) {
         return Point{srcRect.x + srcRect.w * double(col) / double(n),
                      srcRect.y + srcRect.h * double(row) / double(n)};
@@ -166,7 +167,10 @@ void draw(const RGBABuffer& image, const Rect& srcRect, const Lattice& lattice, 
             piece.borders.push_back({p, nx, ny});
         }
     };
-    std::vector<Piece> edgePieces;
+    // The two triangles of each cell, in the order they claim pixels, and
+    // for the outer ones the edges on the mesh's border.
+    std::vector<Piece> pieces;
+    pieces.reserve(2 * n * n);
     for (size_t r = 0; r < n; ++r) {
         for (size_t c = 0; c < n; ++c) {
             const Point tl = at(c, r), tr = at(c + 1, r), br = at(c + 1, r + 1), bl = at(c, r + 1);
@@ -179,34 +183,49 @@ void draw(const RGBABuffer& image, const Rect& srcRect, const Lattice& lattice, 
                 if (r == 0) p.outer.push_back({dtl, dtr});
                 if (c == n - 1) p.outer.push_back({dtr, dbr});
                 withBorders(p);
-                fillTriangle(target, p.a, p.b, p.c, p.back, p.borders, true);
-                if (!p.outer.empty()) edgePieces.push_back(std::move(p));
+                pieces.push_back(std::move(p));
             }
             if (const auto back = lower ? inverted(*lower) : std::nullopt) {
                 Piece p{dtl, dbr, dbl, *back, {}, {}};
                 if (r == n - 1) p.outer.push_back({dbr, dbl});
                 if (c == 0) p.outer.push_back({dbl, dtl});
                 withBorders(p);
-                fillTriangle(target, p.a, p.b, p.c, p.back, p.borders, true);
-                if (!p.outer.empty()) edgePieces.push_back(std::move(p));
+                pieces.push_back(std::move(p));
             }
         }
     }
-    // Half a pixel past the border still holds part of a pixel: a one-pixel
-    // band outward from each border edge, through its triangle's map.
-    for (const Piece& piece : edgePieces) {
-        for (const Border& b : piece.borders) {
-            for (const auto& [p, q] : piece.outer) {
-                // The band of the edge this normal belongs to.
-                const double along = (q.x - p.x) * b.nx + (q.y - p.y) * b.ny;
-                if (std::fabs(along) > 1e-6 || std::fabs((p.x - b.p.x) * b.nx + (p.y - b.p.y) * b.ny) > 1e-6)
-                    continue;
-                const Point p2{p.x - b.nx, p.y - b.ny}, q2{q.x - b.nx, q.y - b.ny};
-                fillTriangle(target, p, q, q2, piece.back, piece.borders, false);
-                fillTriangle(target, p, q2, p2, piece.back, piece.borders, false);
+    std::vector<uint8_t> taken(size_t(out.width() * out.height()), 0);
+    // Bands of rows on all cores: a band writes only its own rows, and walks
+    // every triangle in the same order, so the result doesn't depend on the split.
+    constexpr int64_t kBand = 32;
+    const int64_t bands = (out.height() + kBand - 1) / kBand;
+    parallelFor(bands, [&](int64_t band) {
+        Target target{image,   srcRect, out,          originX,
+                      originY, taken,   band * kBand, std::min(out.height(), (band + 1) * kBand)};
+        const double top = double(originY + target.rowBegin) - 1,
+                     bottom = double(originY + target.rowEnd) + 1;
+        auto touches = [&](const Piece& p, double grow) {
+            return std::max({p.a.y, p.b.y, p.c.y}) + grow >= top &&
+                   std::min({p.a.y, p.b.y, p.c.y}) - grow <= bottom;
+        };
+        for (const Piece& p : pieces)
+            if (touches(p, 0)) fillTriangle(target, p.a, p.b, p.c, p.back, p.borders, true);
+        // Half a pixel past the border still holds part of a pixel: a
+        // one-pixel band outward from each border edge, through its triangle's map.
+        for (const Piece& piece : pieces) {
+            if (piece.outer.empty() || !touches(piece, 1.5)) continue;
+            for (size_t k = 0; k < piece.borders.size(); ++k) {
+                const Border& b = piece.borders[k];
+                // The edge of this border: its first point is the border's.
+                for (const auto& [p, q] : piece.outer) {
+                    if (p.x != b.p.x || p.y != b.p.y) continue;
+                    const Point p2{p.x - b.nx, p.y - b.ny}, q2{q.x - b.nx, q.y - b.ny};
+                    fillTriangle(target, p, q, q2, piece.back, piece.borders, false);
+                    fillTriangle(target, p, q2, p2, piece.back, piece.borders, false);
+                }
             }
         }
-    }
+    });
 }
 
 } // namespace korv::MeshWarp
