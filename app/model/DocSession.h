@@ -31,6 +31,9 @@ public:
     const std::unique_ptr<StudioDocument> doc;
     std::string name;
     std::optional<std::filesystem::path> fileURL;
+    // The file the picture was opened from, also when it is no document of
+    // ours (a JPEG): its folder is where file panels start.
+    std::optional<std::filesystem::path> sourceURL;
     int64_t savedChange = 0;
     int64_t autosavedChange = 0;
     std::chrono::system_clock::time_point lastAutosave = std::chrono::system_clock::time_point::min();

@@ -54,6 +54,17 @@ struct AlertInfo {
     bool operator==(const AlertInfo&) const = default;
 };
 
+// A file that could not be opened, with the reason as a sentence for the user.
+struct OpenFailure {
+    std::filesystem::path file;
+    std::string reason;
+    bool operator==(const OpenFailure&) const = default;
+};
+
+// The one alert that tells every failed open of a batch: a single failure
+// keeps its own title, several are listed one per line.
+AlertInfo failedOpensAlert(const std::vector<OpenFailure>& failures);
+
 struct LivePreview {
     std::string filterID; // "smoothSkin" stands for Smooth Skin
     std::map<std::string, double> values;
@@ -131,6 +142,8 @@ public:
     std::optional<LivePreview> preview;
     Prefs prefs;
     std::string cursorInfo;
+    // The folder a file panel was last used in, for pictures not yet saved.
+    std::optional<std::filesystem::path> lastFolder;
     CanvasLink* canvas = nullptr;
 
     // Change notification: a small list of observers, called on every change.
@@ -160,6 +173,10 @@ public:
     void add(DocSessionPtr session);
     void openPanel();
     void open(const std::filesystem::path& url);
+    // Opens each in order; the failures are told together in one alert.
+    void openAll(const std::vector<std::filesystem::path>& urls);
+    // Where the next file panel starts: the current picture's folder, else the last one used.
+    std::filesystem::path dialogFolder() const;
     void importAsLayerPanel();
     void importAsLayer(const std::filesystem::path& url);
     // One history step "Place <name>": scaled down to fit, centred unless a position is given.
@@ -234,6 +251,9 @@ public:
     void toggleClip(std::optional<Uuid> id = std::nullopt);
     void rename(const Uuid& id, const std::string& name);
     void toggleMaskEnabled();
+    // Sets one Levels channel's input black and white where the picture under
+    // the layer begins and ends (a sliver of outliers clipped), as one step.
+    void autoLevels(const Uuid& id, int channel);
 
     // Selection commands.
     void selectAll();
@@ -262,6 +282,8 @@ public:
 
 private:
     void canvasShowCurrent();
+    std::optional<OpenFailure> openOne(const std::filesystem::path& url);
+    void noteFolder(const std::filesystem::path& file);
     bool writeFile(const std::filesystem::path& url, const std::vector<uint8_t>& bytes,
                    const char* failureTitle);
 
@@ -269,6 +291,8 @@ private:
     std::unique_ptr<HostTimer> autosaveTimer_;
     std::vector<std::pair<int, std::function<void()>>> observers_;
     int nextObserver_ = 1;
+    // The status line tells an undo or redo; the next new step makes it stale.
+    bool statusFromHistory_ = false;
 };
 
 template <class T>
