@@ -70,6 +70,7 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     setScene(&scene_);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setMouseTracking(true);
     setFrameShape(QFrame::NoFrame);
     setAlignment(Qt::AlignLeft | Qt::AlignTop);
     setTransformationAnchor(QGraphicsView::NoAnchor);
@@ -308,12 +309,29 @@ void CanvasView::mousePressEvent(QMouseEvent* event) {
 }
 
 void CanvasView::mouseMoveEvent(QMouseEvent* event) {
+    if (session_) {
+        const QPointF p = toPicture(event->position());
+        const auto x = int64_t(std::floor(p.x())), y = int64_t(std::floor(p.y()));
+        const bool inside = x >= 0 && y >= 0 && x < session_->doc->width() && y < session_->doc->height();
+        std::string info = inside ? std::to_string(x) + ", " + std::to_string(y) : std::string();
+        if (info != model_.cursorInfo) {
+            model_.cursorInfo = std::move(info);
+            if (onCursor) onCursor();
+        }
+    }
     if (!panning_ || !session_) return;
     const QPointF delta = event->position() - lastDrag_;
     lastDrag_ = event->position();
     session_->pan.x += delta.x();
     session_->pan.y += delta.y();
     applyViewTransform();
+}
+
+void CanvasView::leaveEvent(QEvent* event) {
+    QGraphicsView::leaveEvent(event);
+    if (model_.cursorInfo.empty()) return;
+    model_.cursorInfo.clear();
+    if (onCursor) onCursor();
 }
 
 void CanvasView::mouseReleaseEvent(QMouseEvent*) {

@@ -31,6 +31,8 @@ public:
     void actualPixels();
     void setZoom(double zoom, std::optional<QPointF> around = std::nullopt);
     void zoomStep(bool in, std::optional<QPointF> around = std::nullopt);
+    // Told when the pointer's picture position (model.cursorInfo) changes.
+    std::function<void()> onCursor;
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -39,6 +41,7 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
 
 private:
     void rebuildTiles();
