@@ -4,6 +4,7 @@
 #include "app/ui/CanvasView.h"
 #include "app/ui/MainWindow.h"
 #include "app/ui/QtHost.h"
+#include "app/ui/ValueSlider.h"
 #include "engine/core/Selection.h"
 #include "engine/document/SampleDocument.h"
 #include "engine/formats/AtomicFile.h"
@@ -14,7 +15,9 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QMouseEvent>
+#include <QSlider>
 #include <QTemporaryDir>
+#include <QToolButton>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -116,6 +119,40 @@ int runSelfTest() {
         reader.undo();
         passed &= check(!reader.doc()->selection && reader.doc()->rows().size() == layerCount,
                         "undo takes both steps back");
+
+        // A new Levels layer shows its editor; a slider drag there is one step.
+        reader.addAdjustment(AdjustmentType::levels);
+        settle();
+        const auto steps = reader.doc()->history().size();
+        ValueSlider* inBlack = nullptr;
+        // The widgets carry no meta-object of their own, so they are told apart by their C++ type.
+        for (auto* w : window.findChildren<QWidget*>())
+            if (auto* s = dynamic_cast<ValueSlider*>(w); s && s->label() == "Input black" && s->isVisible())
+                inBlack = s;
+        passed &= check(inBlack != nullptr, "the Properties panel shows the Levels editor");
+        if (inBlack) {
+            inBlack->slider()->setSliderDown(true);
+            for (int v = 10; v <= 60; v += 10)
+                inBlack->slider()->setValue(v);
+            inBlack->slider()->setSliderDown(false);
+            settle();
+            const LevelsChannel levels = reader.doc()->activeLayer()->adjustment->levels[0];
+            passed &= check(reader.doc()->history().size() == steps + 1 && levels.inBlack > 0.2,
+                            "a drag of its slider is one history step");
+            if (!passed)
+                std::printf("     steps %zu -> %zu, black %.3f, last %s\n", steps,
+                            reader.doc()->history().size(), levels.inBlack,
+                            reader.doc()->undoName().value_or("").c_str());
+        }
+        bool menusOpenOnClick = true;
+        int menuButtons = 0;
+        for (auto* b : window.findChildren<QToolButton*>())
+            if (b->menu()) {
+                ++menuButtons;
+                menusOpenOnClick &= b->popupMode() == QToolButton::InstantPopup;
+            }
+        passed &=
+            check(menuButtons >= 3 && menusOpenOnClick, "the Layers panel's menu buttons open on a click");
     }
     AppFolders::setBaseOverride(std::nullopt);
     std::printf("%s\n", passed ? "selftest passed" : "selftest FAILED");

@@ -121,6 +121,10 @@ void ValueSlider::setLogarithmic(bool on) {
     quiet_ = false;
 }
 
+QString ValueSlider::label() const {
+    return label_->text();
+}
+
 double ValueSlider::value() const {
     return field_->value() / scale_;
 }

@@ -29,6 +29,7 @@ public:
     // Spreads the slider's travel evenly over ratios rather than differences,
     // for values such as gamma whose neutral 1 sits near the low end.
     void setLogarithmic(bool on);
+    QString label() const;
     QSlider* slider() const { return slider_; }
     QDoubleSpinBox* field() const { return field_; }
 
