@@ -74,6 +74,7 @@ private:
     QCheckBox* contiguous_ = nullptr;
     QCheckBox* allLayers_ = nullptr;
     int observer_ = 0;
+    std::optional<Uuid> lastActive_;
     std::optional<Uuid> shownAlert_;
     bool presenting_ = false;
     bool quitWithoutAsking_ = false;

@@ -67,6 +67,39 @@ TEST_F(WindowModelTest, EachOpenPictureKeepsItsDocumentHistoryAndView) {
     EXPECT_TRUE(model.status.empty()) << "the first picture's undo is not this one's news";
 }
 
+TEST_F(WindowModelTest, SwitchingPicturesEndsTheLivePreviewOfTheOneLeft) {
+    model.newDocument(40, 30, 72, PaintColor::white(), "First");
+    const Uuid first = *model.currentID;
+    const uint64_t committed = model.doc()->fingerprint();
+    model.newDocument(20, 10, 72, PaintColor::white(), "Second");
+    model.setCurrentID(first);
+    model.preview = LivePreview{"gaussianBlur", {}, true};
+    model.cropRect = CanvasRect{1, 2, 3, 4};
+    model.doc()->update(*model.doc()->activeID, true, [](StudioLayer& l) {
+        l.pixels->setPixel(3, 3, {9, 9, 9, 255});
+    });
+    model.setCurrentID(model.sessions[1]->id);
+    EXPECT_FALSE(model.preview);
+    EXPECT_FALSE(model.cropRect);
+    // The uncommitted pixels were taken out of the first picture, not the second.
+    EXPECT_EQ(model.sessions[0]->doc->fingerprint(), committed);
+    EXPECT_EQ(model.sessions[0]->doc->layers[0].pixels->pixel(3, 3)[0], 255);
+}
+
+TEST(ToolGroups, EveryToolIsInExactlyOneGroupInPaletteOrder) {
+    std::vector<Tool> seen;
+    for (const auto& group : toolGroups())
+        seen.insert(seen.end(), group.begin(), group.end());
+    ASSERT_EQ(seen.size(), size_t(kToolCount));
+    std::vector<Tool> sorted = seen;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
+    EXPECT_EQ(toolGroups().size(), 5u);
+    EXPECT_EQ(toolGroups()[0].back(), Tool::crop);
+    EXPECT_EQ(toolGroups()[3].front(), Tool::dodge);
+    EXPECT_EQ(toolGroups()[3].back(), Tool::sharpen);
+}
+
 TEST_F(WindowModelTest, ALevelsDragIsOneStepThatChangesThePicture) {
     newRamp(0, 255);
     const auto before = model.doc()->flattened()->pixel(32, 8);
@@ -115,6 +148,13 @@ TEST_F(WindowModelTest, AutoLevelsStretchesTheLevelsThePictureUses) {
     EXPECT_EQ(counts.autoPoints(1, 0.001), std::make_pair(128 / 255.0, 200 / 255.0));
     EXPECT_EQ(counts.counts[3][40], 40) << "blue counts its own channel";
     EXPECT_EQ(HistogramCounts{}.autoPoints(0), std::make_pair(0.0, 1.0));
+
+    // A half-transparent pixel counts at its own colour, not darkened by its alpha.
+    RGBABuffer faint(1, 1);
+    faint.setPixel(0, 0, {100, 50, 0, 128});
+    const auto one = HistogramCounts::of(faint);
+    EXPECT_EQ(one.counts[1][199], 1);
+    EXPECT_EQ(one.counts[2][100], 1);
 
     // Transparent pixels are not part of the picture; a large one is sampled evenly.
     RGBABuffer clear(2000, 1000);
