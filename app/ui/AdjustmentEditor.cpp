@@ -124,6 +124,9 @@ QWidget* AdjustmentEditor::toggle(const QString& label, std::function<bool(const
 
 QWidget* AdjustmentEditor::picker(const QStringList& items, int* state) {
     auto* row = new QWidget;
+    // The chosen segment must stand out: the plain checked look is hard to see on the dark theme.
+    row->setStyleSheet("QToolButton { padding: 3px; } QToolButton:checked { background: rgb(64,128,230); "
+                       "color: white; border: 1px solid rgb(64,128,230); }");
     auto* h = new QHBoxLayout(row);
     h->setContentsMargins(0, 0, 0, 0);
     h->setSpacing(0);

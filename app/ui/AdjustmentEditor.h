@@ -25,7 +25,8 @@ public:
 
     const Uuid id;
     int channel = 0;
-    int tone = 0;
+    // Color Balance starts on the midtones, where most corrections are made.
+    int tone = 1;
 
 private:
     using Get = std::function<double(const AdjustmentSpec&)>;

@@ -217,6 +217,13 @@ int writeSnapshots(const std::string& folderName) {
             l.adjustment->saturation = 35;
         });
         shoot("properties-hue-saturation.png");
+        for (auto [type, name] : {std::pair{AdjustmentType::colorBalance, "properties-color-balance.png"},
+                                  std::pair{AdjustmentType::blackWhite, "properties-black-white.png"},
+                                  std::pair{AdjustmentType::gradientMap, "properties-gradient-map.png"}}) {
+            model.addAdjustment(type);
+            shoot(name);
+            model.undo();
+        }
         window.sideTabs().setCurrentIndex(1);
         shoot("adjust-panel.png");
         window.sideTabs().setCurrentIndex(0);

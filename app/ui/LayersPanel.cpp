@@ -291,6 +291,9 @@ void LayersPanel::rebuildRows() {
 
 QPixmap LayersPanel::thumbnail(const StudioLayer& layer, bool mask, const std::string& key) {
     if (auto it = thumbnails_.find(key); it != thumbnails_.end()) return it->second;
+    // An adjustment has no pixels to show: its sign stands in for them.
+    if (!mask && layer.kind == StudioLayerKind::adjustment)
+        return glyphIcon(Glyph::adjust).pixmap(kThumbSide - 8);
     auto* doc = model_.doc();
     QPixmap pixmap;
     if (doc) {
