@@ -76,4 +76,11 @@ const std::vector<std::vector<Tool>>& toolGroups() {
     return groups;
 }
 
+char key(Tool tool) {
+    static constexpr std::string_view kKeys = "vmelpwqcbxusjkronyfagdthi z";
+    static_assert(kKeys.size() == kToolCount);
+    const char c = kKeys[size_t(tool)];
+    return c == ' ' ? '\0' : c;
+}
+
 } // namespace korv

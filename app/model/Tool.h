@@ -42,6 +42,8 @@ inline constexpr int kToolCount = 27;
 std::string_view toString(Tool tool);
 std::optional<Tool> toolFromString(std::string_view text);
 std::string_view displayName(Tool tool);
+// The one-letter shortcut, lower case; the Hand has none (Space stands for it).
+char key(Tool tool);
 // The status line's hint when the tool is chosen.
 std::string_view tip(Tool tool);
 // The palette's groups, top to bottom: selecting and cropping, painting,

@@ -52,7 +52,10 @@ ToolPalette::ToolPalette(StudioModel& model, QWidget* parent)
             any = true;
             auto* b = new QToolButton;
             b->setText(mark(t));
-            b->setToolTip(text(displayName(t)) + " — " + text(tip(t)));
+            const char letter = key(t);
+            const QString shortcut = letter ? QString(" (%1)").arg(QChar(letter).toUpper()) : QString();
+            b->setToolTip(text(displayName(t)) + shortcut + " — " + text(tip(t)));
+            if (letter) b->setShortcut(QKeySequence(QString(QChar(letter).toUpper())));
             b->setCheckable(true);
             b->setAutoRaise(true);
             b->setFixedSize(38, 34);

@@ -98,6 +98,16 @@ TEST(ToolGroups, EveryToolIsInExactlyOneGroupInPaletteOrder) {
     EXPECT_EQ(toolGroups()[0].back(), Tool::crop);
     EXPECT_EQ(toolGroups()[3].front(), Tool::dodge);
     EXPECT_EQ(toolGroups()[3].back(), Tool::sharpen);
+
+    // Each letter calls one tool.
+    std::vector<char> letters;
+    for (int t = 0; t < kToolCount; ++t)
+        if (key(Tool(t))) letters.push_back(key(Tool(t)));
+    EXPECT_EQ(letters.size(), size_t(kToolCount - 1));
+    std::sort(letters.begin(), letters.end());
+    EXPECT_EQ(std::adjacent_find(letters.begin(), letters.end()), letters.end());
+    EXPECT_EQ(key(Tool::magicWand), 'w');
+    EXPECT_EQ(key(Tool::hand), '\0');
 }
 
 TEST_F(WindowModelTest, ALevelsDragIsOneStepThatChangesThePicture) {
