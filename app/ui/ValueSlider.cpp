@@ -3,6 +3,7 @@
 #include <QDoubleSpinBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QSlider>
 #include <algorithm>
 #include <cmath>
@@ -14,6 +15,11 @@ namespace {
 class SignedSpinBox : public QDoubleSpinBox {
 public:
     bool showPlus = false;
+    SignedSpinBox() {
+        connect(this, &QAbstractSpinBox::editingFinished, this, [this] { lineEdit()->setModified(false); });
+    }
+    // True while the user has typed into the field and not yet entered it.
+    bool typing() const { return hasFocus() && lineEdit()->isModified(); }
     QString textFromValue(double v) const override {
         const QString text = QDoubleSpinBox::textFromValue(v);
         return showPlus && v > 0 ? "+" + text : text;
@@ -92,7 +98,7 @@ void ValueSlider::setValue(double stored) {
     quiet_ = true;
     const double shown = std::clamp(stored * scale_, low_, high_);
     // A number being typed is left alone until it is entered.
-    if (!field_->hasFocus()) field_->setValue(shown);
+    if (!static_cast<SignedSpinBox*>(field_)->typing()) field_->setValue(shown);
     if (!slider_->isSliderDown()) slider_->setValue(positionOf(shown));
     quiet_ = false;
 }
