@@ -2,6 +2,7 @@
 
 #include "app/model/AppFolders.h"
 #include "app/ui/CanvasView.h"
+#include "app/ui/CurvesEditor.h"
 #include "app/ui/MainWindow.h"
 #include "app/ui/QtHost.h"
 #include "app/ui/ValueSlider.h"
@@ -144,6 +145,36 @@ int runSelfTest() {
                             reader.doc()->history().size(), levels.inBlack,
                             reader.doc()->undoName().value_or("").c_str());
         }
+        // The curve graph: a click adds a point, a drag off the graph takes it away again.
+        reader.addAdjustment(AdjustmentType::curves);
+        settle();
+        CurvesEditor* graph = nullptr;
+        for (auto* w : window.findChildren<QWidget*>())
+            if (auto* g = dynamic_cast<CurvesEditor*>(w); g && g->isVisible()) graph = g;
+        passed &= check(graph != nullptr, "the Properties panel shows the curve graph");
+        if (graph) {
+            auto mouse = [graph](QEvent::Type type, QPointF at) {
+                QMouseEvent e(type, at, graph->mapToGlobal(at), Qt::LeftButton,
+                              type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
+                              Qt::NoModifier);
+                QApplication::sendEvent(graph, &e);
+            };
+            auto curve = [&reader] { return reader.doc()->activeLayer()->adjustment->curves[0]; };
+            const auto before = reader.doc()->history().size();
+            const QPointF middle(graph->width() / 2.0, graph->height() / 2.0);
+            mouse(QEvent::MouseButtonPress, middle);
+            mouse(QEvent::MouseMove, middle - QPointF(0, 30));
+            mouse(QEvent::MouseButtonRelease, middle - QPointF(0, 30));
+            const auto shaped = curve();
+            passed &= check(shaped.size() == 3 && shaped[1].y > 0.55 &&
+                                reader.doc()->history().size() == before + 1,
+                            "a click and drag on the graph adds a raised point as one step");
+            mouse(QEvent::MouseButtonPress, middle - QPointF(0, 30));
+            mouse(QEvent::MouseMove, QPointF(middle.x(), -200));
+            mouse(QEvent::MouseButtonRelease, QPointF(middle.x(), -200));
+            passed &= check(curve().size() == 2, "a point dragged off the graph is removed");
+        }
+
         bool menusOpenOnClick = true;
         int menuButtons = 0;
         for (auto* b : window.findChildren<QToolButton*>())
