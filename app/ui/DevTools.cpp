@@ -257,6 +257,8 @@ int writeSnapshots(const std::string& folderName) {
         }
         window.sideTabs().setCurrentIndex(1);
         shoot("adjust-panel.png");
+        window.sideTabs().setCurrentIndex(2);
+        shoot("history-panel.png");
         window.sideTabs().setCurrentIndex(0);
 
         // A second picture opens in a tab of its own beside the first.
