@@ -15,6 +15,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLabel>
 #include <QMouseEvent>
 #include <QSlider>
 #include <QTemporaryDir>
@@ -174,6 +175,23 @@ int runSelfTest() {
             mouse(QEvent::MouseButtonRelease, QPointF(middle.x(), -200));
             passed &= check(curve().size() == 2, "a point dragged off the graph is removed");
         }
+
+        // Every adjustment type has its editor, each with a control for the user.
+        int withControls = 0;
+        for (int i = 0; i < kAdjustmentTypeCount; ++i) {
+            reader.addAdjustment(AdjustmentType(i));
+            settle();
+            auto* editor = window.findChild<QWidget*>("properties");
+            int controls = 0;
+            for (auto* w : editor ? editor->findChildren<QWidget*>() : QList<QWidget*>())
+                if (w->isVisible() &&
+                    (dynamic_cast<ValueSlider*>(w) || dynamic_cast<CurvesEditor*>(w) ||
+                     (dynamic_cast<QLabel*>(w) &&
+                      static_cast<QLabel*>(w)->text().startsWith("Turns every color into its opposite"))))
+                    ++controls;
+            withControls += controls > 0 ? 1 : 0;
+        }
+        passed &= check(withControls == kAdjustmentTypeCount, "every adjustment type shows its controls");
 
         bool menusOpenOnClick = true;
         int menuButtons = 0;
