@@ -171,7 +171,13 @@ void AdjustmentEditor::buildLevels() {
                                    },
                                    [this, member](AdjustmentSpec& a, double v) {
                                        if (a.levels.size() < 4) a.levels.resize(4);
-                                       a.levels[size_t(channel)].*member = v;
+                                       auto& c = a.levels[size_t(channel)];
+                                       // The input points can't pass each other: at least one level apart.
+                                       if (member == &LevelsChannel::inBlack)
+                                           v = std::min(v, c.inWhite - 1 / 255.0);
+                                       if (member == &LevelsChannel::inWhite)
+                                           v = std::max(v, c.inBlack + 1 / 255.0);
+                                       c.*member = v;
                                    }};
     };
     auto [ib, ibs] = field(&LevelsChannel::inBlack);

@@ -6,15 +6,14 @@
 #include "app/ui/HeaderBar.h"
 #include "app/ui/HistoryPanel.h"
 #include "app/ui/LayersPanel.h"
+#include "app/ui/OptionsBar.h"
 #include "app/ui/PropertiesPanel.h"
 #include "app/ui/QtHost.h"
 #include "app/ui/Sheets.h"
 #include "app/ui/StatusBar.h"
 #include "app/ui/ToolPalette.h"
 
-#include <QActionGroup>
 #include <QApplication>
-#include <QCheckBox>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -23,7 +22,6 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPalette>
-#include <QSpinBox>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QStyleFactory>
@@ -242,7 +240,7 @@ void MainWindow::buildLayout() {
     auto* centreColumn = new QVBoxLayout(centre);
     centreColumn->setContentsMargins(0, 0, 0, 0);
     centreColumn->setSpacing(0);
-    centreColumn->addWidget(buildOptionsBar());
+    centreColumn->addWidget(new OptionsBar(model_));
     centre_ = new QStackedWidget;
     empty_ = new EmptyState(model_);
     centre_->addWidget(canvas_);
@@ -271,43 +269,6 @@ void MainWindow::buildLayout() {
     split->setSizes({1130, 350});
     column->addWidget(split, 1);
     setCentralWidget(root);
-}
-
-QToolBar* MainWindow::buildOptionsBar() {
-    wandOptions_ = new QToolBar("Options");
-    wandOptions_->setObjectName("options");
-    wandOptions_->setMovable(false);
-    modes_ = new QActionGroup(this);
-    const std::pair<const char*, SelectionOp> modes[] = {{"New selection", SelectionOp::replace},
-                                                         {"Add (or hold Shift)", SelectionOp::add},
-                                                         {"Subtract (or hold Alt)", SelectionOp::subtract},
-                                                         {"Intersect", SelectionOp::intersect}};
-    const char* modeLabels[] = {"New", "Add", "Subtract", "Intersect"};
-    int i = 0;
-    for (const auto& [help, op] : modes) {
-        auto* action = wandOptions_->addAction(modeLabels[i++]);
-        action->setToolTip(help);
-        action->setCheckable(true);
-        modes_->addAction(action);
-        connect(action, &QAction::triggered, this, [this, op = op] {
-            model_.selectionMode = op;
-            model_.notify();
-        });
-    }
-    wandOptions_->addSeparator();
-    wandOptions_->addWidget(new QLabel(" Tolerance "));
-    tolerance_ = new QSpinBox;
-    tolerance_->setRange(0, 255);
-    tolerance_->setToolTip("How alike colors must be to be selected (0 to 255)");
-    wandOptions_->addWidget(tolerance_);
-    connect(tolerance_, &QSpinBox::valueChanged, this, [this](int v) { model_.wandTolerance = v; });
-    contiguous_ = new QCheckBox("Contiguous");
-    wandOptions_->addWidget(contiguous_);
-    connect(contiguous_, &QCheckBox::toggled, this, [this](bool on) { model_.wandContiguous = on; });
-    allLayers_ = new QCheckBox("All layers");
-    wandOptions_->addWidget(allLayers_);
-    connect(allLayers_, &QCheckBox::toggled, this, [this](bool on) { model_.sampleAllLayers = on; });
-    return wandOptions_;
 }
 
 void MainWindow::rebuildRecentMenu() {
@@ -345,13 +306,6 @@ void MainWindow::sync() {
     const auto redoName = doc ? doc->redoName() : std::nullopt;
     undo_->setText(undoName && doc->canUndo() ? "Undo " + QString::fromStdString(*undoName) : "Undo");
     redo_->setText(redoName && doc->canRedo() ? "Redo " + QString::fromStdString(*redoName) : "Redo");
-    // Only the wand has options so far; the bar keeps its place for the others.
-    for (QAction* action : wandOptions_->actions())
-        action->setVisible(model_.tool == Tool::magicWand);
-    modes_->actions().at(int(model_.selectionMode))->setChecked(true);
-    tolerance_->setValue(int(std::lround(model_.wandTolerance)));
-    contiguous_->setChecked(model_.wandContiguous);
-    allLayers_->setChecked(model_.sampleAllLayers);
     if (model_.busy) {
         busyOverlay_->setText(QString::fromStdString(*model_.busy));
         busyOverlay_->setGeometry(rect());

@@ -8,9 +8,6 @@
 class QLabel;
 class QMenu;
 class QAction;
-class QActionGroup;
-class QCheckBox;
-class QSpinBox;
 class QStackedWidget;
 class QTabWidget;
 class QToolBar;
@@ -48,8 +45,6 @@ private:
     void buildLayerMenus();
     // The header, the tool palette, the centre column and the panels on the right.
     void buildLayout();
-    // The options of the chosen tool, above the canvas.
-    QToolBar* buildOptionsBar();
     void rebuildRecentMenu();
     void sync();
     void presentAlertAndSheet();
@@ -68,11 +63,6 @@ private:
     QMenu* recentMenu_ = nullptr;
     QAction* undo_ = nullptr;
     QAction* redo_ = nullptr;
-    QToolBar* wandOptions_ = nullptr;
-    QActionGroup* modes_ = nullptr;
-    QSpinBox* tolerance_ = nullptr;
-    QCheckBox* contiguous_ = nullptr;
-    QCheckBox* allLayers_ = nullptr;
     int observer_ = 0;
     std::optional<Uuid> lastActive_;
     std::optional<Uuid> shownAlert_;

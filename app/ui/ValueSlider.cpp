@@ -127,6 +127,10 @@ void ValueSlider::setLogarithmic(bool on) {
     quiet_ = false;
 }
 
+void ValueSlider::setLabelWidth(int width) {
+    label_->setFixedWidth(width);
+}
+
 QString ValueSlider::label() const {
     return label_->text();
 }

@@ -30,6 +30,7 @@ public:
     // for values such as gamma whose neutral 1 sits near the low end.
     void setLogarithmic(bool on);
     QString label() const;
+    void setLabelWidth(int width);
     QSlider* slider() const { return slider_; }
     QDoubleSpinBox* field() const { return field_; }
 
