@@ -15,7 +15,9 @@
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMouseEvent>
 #include <QSlider>
 #include <QTemporaryDir>
@@ -192,6 +194,30 @@ int runSelfTest() {
             withControls += controls > 0 ? 1 : 0;
         }
         passed &= check(withControls == kAdjustmentTypeCount, "every adjustment type shows its controls");
+
+        // A double click on a layer's name renames it in place.
+        const std::string oldName = reader.doc()->activeLayer()->name;
+        QLabel* nameLabel = nullptr;
+        for (auto* l : window.findChildren<QLabel*>())
+            if (l->isVisible() && l->toolTip().startsWith(QString::fromStdString(oldName))) nameLabel = l;
+        if (nameLabel) {
+            QMouseEvent twice(QEvent::MouseButtonDblClick, QPointF(5, 5),
+                              nameLabel->mapToGlobal(QPointF(5, 5)), Qt::LeftButton, Qt::LeftButton,
+                              Qt::NoModifier);
+            QApplication::sendEvent(nameLabel, &twice);
+        }
+        QLineEdit* field = nullptr;
+        for (auto* f : window.findChildren<QLineEdit*>())
+            if (f->placeholderText() == "Layer name") field = f;
+        if (field) {
+            field->setText("Warm grade");
+            QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
+            QApplication::sendEvent(field, &enter);
+            settle();
+        }
+        passed &= check(nameLabel && field && reader.doc()->activeLayer()->name == "Warm grade" &&
+                            reader.doc()->undoName() == std::optional<std::string>("Rename Layer"),
+                        "a double click on a layer's name renames it in place");
 
         bool menusOpenOnClick = true;
         int menuButtons = 0;

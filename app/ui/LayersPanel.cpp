@@ -8,12 +8,14 @@
 
 #include <QComboBox>
 #include <QHBoxLayout>
-#include <QInputDialog>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QScrollArea>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -92,6 +94,22 @@ protected:
 
 private:
     QString full_;
+};
+
+// The in-place name field, which tells Esc apart from Return.
+class RenameField : public QLineEdit {
+public:
+    using QLineEdit::QLineEdit;
+    std::function<void()> cancelled;
+
+protected:
+    void keyPressEvent(QKeyEvent* e) override {
+        if (e->key() == Qt::Key_Escape && cancelled) {
+            cancelled();
+            return;
+        }
+        QLineEdit::keyPressEvent(e);
+    }
 };
 
 QToolButton* toolButton(Glyph glyph, const QString& help) {
@@ -363,11 +381,28 @@ QWidget* LayersPanel::makeRow(const LayerRow& row, const std::pair<std::string, 
                       (l.kind == StudioLayerKind::pixel ? QString() : "  · " + text(displayName(l.kind))));
     if (!l.isVisible) name->setStyleSheet("color: rgb(130,130,135);");
     name->clicked = [this, id] { model_.select(id); };
-    name->doubleClicked = [this, id, current = QString::fromStdString(l.name)] {
-        bool ok = false;
-        const QString newName =
-            QInputDialog::getText(this, "Rename Layer", "Layer name", QLineEdit::Normal, current, &ok);
-        if (ok) model_.rename(id, newName.trimmed().toStdString());
+    // A double click renames in place: Return or leaving the field keeps the name, Esc drops it.
+    name->doubleClicked = [this, id, h, name, current = QString::fromStdString(l.name)] {
+        auto* field = new RenameField(current);
+        field->setPlaceholderText("Layer name");
+        h->replaceWidget(name, field);
+        name->hide();
+        field->setFocus();
+        field->selectAll();
+        auto done = std::make_shared<bool>(false);
+        auto finish = [this, id, field, done](bool keep) {
+            if (*done) return;
+            *done = true;
+            const std::string text = field->text().trimmed().toStdString();
+            // The rows are rebuilt by the rename; the field goes after its signal.
+            QTimer::singleShot(0, this, [this, id, text, keep] {
+                if (keep) model_.rename(id, text);
+                shownSignature_.clear();
+                rebuildRows();
+            });
+        };
+        connect(field, &QLineEdit::editingFinished, this, [finish] { finish(true); });
+        field->cancelled = [finish] { finish(false); };
     };
     h->addWidget(name, 1);
 
