@@ -59,6 +59,8 @@ AdjustmentEditor::AdjustmentEditor(StudioModel& model, const Uuid& id, QWidget* 
     sync();
 }
 
+AdjustmentEditor::~AdjustmentEditor() = default;
+
 std::optional<AdjustmentSpec> AdjustmentEditor::spec() const {
     auto* d = model_.doc();
     const StudioLayer* l = d ? d->find(id) : nullptr;
@@ -210,8 +212,10 @@ void AdjustmentEditor::buildCurves() {
             a.curves[size_t(channel)] = points;
         },
         {{0, 0}, {1, 1}});
+    curvesCounts_ = std::make_unique<HistogramCache>();
     refreshers_.push_back([this, graph] {
         graph->channel = channel;
+        if (auto* d = model_.doc()) graph->backdrop = &curvesCounts_->countsFor(*d, id);
         graph->update();
     });
     column_->addWidget(graph);

@@ -6,6 +6,7 @@
 
 #include <QWidget>
 #include <functional>
+#include <memory>
 #include <vector>
 
 class QVBoxLayout;
@@ -13,10 +14,12 @@ class QVBoxLayout;
 namespace korv {
 
 class Histogram;
+class HistogramCache;
 
 class AdjustmentEditor : public QWidget {
 public:
     AdjustmentEditor(StudioModel& model, const Uuid& id, QWidget* parent = nullptr);
+    ~AdjustmentEditor() override;
 
     // Shows the layer's values in the controls; writes nothing.
     void sync();
@@ -50,6 +53,7 @@ private:
     StudioModel& model_;
     QVBoxLayout* column_;
     Histogram* histogram_ = nullptr;
+    std::unique_ptr<HistogramCache> curvesCounts_;
     std::vector<std::function<void()>> refreshers_;
 };
 

@@ -49,6 +49,7 @@ void CurvesEditor::paintEvent(QPaintEvent*) {
     p.setRenderHint(QPainter::Antialiasing);
     const QRectF g = graph();
     p.fillRect(g, QColor(24, 24, 26));
+    if (backdrop) paintHistogram(p, g, *backdrop, channel, 60);
     p.setPen(QPen(QColor(60, 60, 65), 1));
     for (int i = 1; i < 4; ++i) {
         p.drawLine(QPointF(g.left() + g.width() * i / 4, g.top()),

@@ -16,6 +16,8 @@ public:
 
     Binding<std::vector<CurvePoint>> points;
     int channel = 0;
+    // The picture's levels drawn faintly behind the curve; none draws nothing.
+    const HistogramCounts* backdrop = nullptr;
     // Set while a point is held; its index in the working list.
     std::optional<size_t> dragging;
 

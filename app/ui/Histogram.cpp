@@ -26,7 +26,7 @@ Histogram::Histogram(QWidget* parent) : QWidget(parent) {
     setFixedHeight(96);
 }
 
-void Histogram::showLayer(const StudioDocument& doc, const Uuid& layer, int channel) {
+const HistogramCounts& HistogramCache::countsFor(const StudioDocument& doc, const Uuid& layer) {
     auto layers = layersWithout(doc, layer);
     const int64_t size = doc.width() * 100000 + doc.height();
     if (&doc != shownDoc_ || size != shownSize_ || layers != shownLayers_) {
@@ -35,17 +35,17 @@ void Histogram::showLayer(const StudioDocument& doc, const Uuid& layer, int chan
         shownDoc_ = &doc;
         shownSize_ = size;
     }
+    return counts_;
+}
+
+void Histogram::showLayer(const StudioDocument& doc, const Uuid& layer, int channel) {
+    counts_ = cache_.countsFor(doc, layer);
     channel_ = channel;
     update();
 }
 
-void Histogram::paintEvent(QPaintEvent*) {
-    QPainter p(this);
-    const QRectF area = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-    p.fillRect(area, QColor(24, 24, 26));
-    p.setPen(QColor(70, 70, 75));
-    p.drawRect(area);
-    const auto& bins = counts_.counts[size_t(std::clamp(channel_, 0, 3))];
+void paintHistogram(QPainter& p, const QRectF& area, const HistogramCounts& counts, int channel, int alpha) {
+    const auto& bins = counts.counts[size_t(std::clamp(channel, 0, 3))];
     // A square root keeps a spike of one level from flattening everything else.
     double top = 0;
     for (auto c : bins)
@@ -60,10 +60,21 @@ void Histogram::paintEvent(QPaintEvent*) {
     }
     path.lineTo(area.right(), area.bottom());
     path.closeSubpath();
-    QColor fill = channelColor(channel_);
-    fill.setAlpha(170);
+    QColor fill = channelColor(channel);
+    fill.setAlpha(alpha);
+    p.save();
     p.setRenderHint(QPainter::Antialiasing);
     p.fillPath(path, fill);
+    p.restore();
+}
+
+void Histogram::paintEvent(QPaintEvent*) {
+    QPainter p(this);
+    const QRectF area = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    p.fillRect(area, QColor(24, 24, 26));
+    p.setPen(QColor(70, 70, 75));
+    p.drawRect(area);
+    paintHistogram(p, area, counts_, channel_, 170);
 }
 
 } // namespace korv
