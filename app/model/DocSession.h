@@ -17,6 +17,11 @@ struct ViewPoint {
     bool operator==(const ViewPoint&) const = default;
 };
 
+struct CanvasRect {
+    double x = 0, y = 0, w = 0, h = 0;
+    bool operator==(const CanvasRect&) const = default;
+};
+
 class DocSession {
 public:
     // A dirty session starts with savedChange one below the document's count,
@@ -40,6 +45,8 @@ public:
     double zoom = 1.0;
     ViewPoint pan;
     bool needsFit = true;
+    // A crop being drawn while another picture is in front waits here.
+    std::optional<CanvasRect> cropRect;
 
     bool isDirty() const { return doc->changeCount() != savedChange; }
 };

@@ -180,14 +180,23 @@ std::optional<StudioLayer> StudioModel::activeLayer() const {
 void StudioModel::setCurrentID(std::optional<Uuid> id) {
     const bool changed = id != currentID;
     if (changed) {
-        // A live preview or crop belongs to the picture it was started on, and
-        // the status line and cursor read-out speak of that picture too.
+        // A crop being drawn stays with its picture for when it comes back. A
+        // live preview holds uncommitted pixels and ends; the status line and
+        // cursor read-out speak of the picture left, so they go too.
+        auto* left = current();
+        const auto crop = cropRect;
         cancelLive();
+        if (left) left->cropRect = crop;
         status.clear();
         cursorInfo.clear();
         statusFromHistory_ = false;
     }
     currentID = id;
+    if (changed)
+        if (auto* now = current()) {
+            cropRect = now->cropRect;
+            now->cropRect.reset();
+        }
     if (changed) canvasShowCurrent();
     notify();
 }

@@ -72,11 +72,6 @@ struct LivePreview {
     bool operator==(const LivePreview&) const = default;
 };
 
-struct CanvasRect {
-    double x = 0, y = 0, w = 0, h = 0;
-    bool operator==(const CanvasRect&) const = default;
-};
-
 // Where a pixel operation writes: a layer's pixels, or its mask.
 struct PixelTarget {
     Uuid id;

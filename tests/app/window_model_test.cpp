@@ -67,7 +67,7 @@ TEST_F(WindowModelTest, EachOpenPictureKeepsItsDocumentHistoryAndView) {
     EXPECT_TRUE(model.status.empty()) << "the first picture's undo is not this one's news";
 }
 
-TEST_F(WindowModelTest, SwitchingPicturesEndsTheLivePreviewOfTheOneLeft) {
+TEST_F(WindowModelTest, SwitchingPicturesEndsTheLivePreviewAndKeepsTheCropOfTheOneLeft) {
     model.newDocument(40, 30, 72, PaintColor::white(), "First");
     const Uuid first = *model.currentID;
     const uint64_t committed = model.doc()->fingerprint();
@@ -80,10 +80,17 @@ TEST_F(WindowModelTest, SwitchingPicturesEndsTheLivePreviewOfTheOneLeft) {
     });
     model.setCurrentID(model.sessions[1]->id);
     EXPECT_FALSE(model.preview);
-    EXPECT_FALSE(model.cropRect);
+    EXPECT_FALSE(model.cropRect) << "the first picture's crop is not drawn on the second";
     // The uncommitted pixels were taken out of the first picture, not the second.
     EXPECT_EQ(model.sessions[0]->doc->fingerprint(), committed);
     EXPECT_EQ(model.sessions[0]->doc->layers[0].pixels->pixel(3, 3)[0], 255);
+    // Back on the first picture, its crop is where it was left.
+    model.setCurrentID(first);
+    EXPECT_EQ(model.cropRect, (CanvasRect{1, 2, 3, 4}));
+    model.cancelLive();
+    model.setCurrentID(model.sessions[1]->id);
+    model.setCurrentID(first);
+    EXPECT_FALSE(model.cropRect) << "a cancelled crop stays cancelled";
 }
 
 TEST(ToolGroups, EveryToolIsInExactlyOneGroupInPaletteOrder) {
