@@ -385,7 +385,7 @@ QWidget* LayersPanel::makeRow(const LayerRow& row, const std::pair<std::string, 
     name->doubleClicked = [this, id, h, name, current = QString::fromStdString(l.name)] {
         auto* field = new RenameField(current);
         field->setPlaceholderText("Layer name");
-        h->replaceWidget(name, field);
+        delete h->replaceWidget(name, field); // the layout hands back the old item to free
         name->hide();
         field->setFocus();
         field->selectAll();
