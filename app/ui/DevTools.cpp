@@ -94,6 +94,25 @@ int runSelfTest() {
         passed &= check(std::abs(centre.red() - pixel[0]) <= 8 && std::abs(centre.green() - pixel[1]) <= 8 &&
                             std::abs(centre.blue() - pixel[2]) <= 8,
                         "the canvas shows the picture");
+
+        // A second picture in its own tab, then back to the first: each shows its own pixels.
+        auto centreOfCanvas = [&window] {
+            settle();
+            const QImage now = window.canvas().grab().toImage();
+            return now.pixelColor(now.width() / 2, now.height() / 2);
+        };
+        const Uuid firstID = *reader.currentID;
+        reader.newDocument(300, 200, 72, PaintColor(0.9, 0.1, 0.1, 1), "Red");
+        const QColor red = centreOfCanvas();
+        reader.setCurrentID(firstID);
+        const QColor back = centreOfCanvas();
+        passed &= check(red.red() > 200 && red.green() < 40 && back == centre,
+                        "switching tabs shows each picture's own pixels");
+        reader.setCurrentID(reader.sessions.back()->id);
+        reader.close();
+        passed &=
+            check(reader.sessions.size() == 1 && reader.currentID == firstID && centreOfCanvas() == centre,
+                  "closing a tab shows the picture left");
         if (!passed)
             std::printf("     canvas %d,%d,%d, picture %d,%d,%d (%dx%d)\n", centre.red(), centre.green(),
                         centre.blue(), pixel[0], pixel[1], pixel[2], shot.width(), shot.height());
