@@ -330,7 +330,7 @@ int writeSnapshots(const std::string& folderName) {
         shoot("two-pictures.png");
 
         // What a save or open that takes a while shows over the window.
-        model.setBusy("Saving \u201CSample.korvstudio\u201D\u2026");
+        model.setBusy("Saving \u201CPortrait.korvstudio\u201D\u2026");
         settle();
         ok &= window.grab().save(QString::fromStdString((folder / "busy-saving.png").string()));
         model.setBusy(std::nullopt);
