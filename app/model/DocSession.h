@@ -17,6 +17,11 @@ struct ViewPoint {
     bool operator==(const ViewPoint&) const = default;
 };
 
+struct CanvasRect {
+    double x = 0, y = 0, w = 0, h = 0;
+    bool operator==(const CanvasRect&) const = default;
+};
+
 class DocSession {
 public:
     // A dirty session starts with savedChange one below the document's count,
@@ -31,12 +36,17 @@ public:
     const std::unique_ptr<StudioDocument> doc;
     std::string name;
     std::optional<std::filesystem::path> fileURL;
+    // The file the picture was opened from, also when it is no document of
+    // ours (a JPEG): its folder is where file panels start.
+    std::optional<std::filesystem::path> sourceURL;
     int64_t savedChange = 0;
     int64_t autosavedChange = 0;
     std::chrono::system_clock::time_point lastAutosave = std::chrono::system_clock::time_point::min();
     double zoom = 1.0;
     ViewPoint pan;
     bool needsFit = true;
+    // A crop being drawn while another picture is in front waits here.
+    std::optional<CanvasRect> cropRect;
 
     bool isDirty() const { return doc->changeCount() != savedChange; }
 };

@@ -1,6 +1,7 @@
 // The editing side of StudioModel: the wrapper that turns an edit into one
 // history step, the panel bindings, the history commands and the layer and
 // selection commands of the menus and panels.
+#include "app/model/HistogramCounts.h"
 #include "app/model/Quoting.h"
 #include "app/model/StudioModel.h"
 #include "engine/core/Selection.h"
@@ -55,7 +56,11 @@ bool StudioModel::act(const std::string& name, std::optional<std::string> coales
     auto* d = doc();
     if (!d) return false;
     const bool changed = body(*d);
-    if (changed) d->commit(name, std::move(coalesce));
+    if (changed) {
+        d->commit(name, std::move(coalesce));
+        if (statusFromHistory_) status.clear();
+        statusFromHistory_ = false;
+    }
     refresh(false);
     return changed;
 }
@@ -75,6 +80,8 @@ void StudioModel::setLayer(const Uuid& id, const std::string& name, bool coalesc
     std::optional<std::string> key;
     if (coalesce) key = id.toString() + name;
     d->commit(name, std::move(key));
+    if (statusFromHistory_) status.clear();
+    statusFromHistory_ = false;
     refresh(false);
 }
 
@@ -117,6 +124,7 @@ void StudioModel::undo() {
     const TileGrid before = d->grid;
     if (d->canUndo()) {
         status = "Undo " + d->undoName().value_or("");
+        statusFromHistory_ = true;
         d->undo();
     }
     refreshAfterHistory(before);
@@ -129,6 +137,7 @@ void StudioModel::redo() {
     cancelLive();
     status = "Redo " + d->redoName().value_or("");
     const TileGrid before = d->grid;
+    statusFromHistory_ = true;
     d->redo();
     refreshAfterHistory(before);
 }
@@ -197,7 +206,9 @@ void StudioModel::addLayer() {
 
 void StudioModel::addAdjustment(AdjustmentType type) {
     act("New " + std::string(displayName(type)), [&](StudioDocument& d) {
-        d.addAdjustment(type);
+        // As in other editors, an adjustment made over a selection changes only the selection.
+        const Uuid id = d.addAdjustment(type);
+        if (d.selection) d.addMask(id, NewMask::revealSelection);
         return true;
     });
 }
@@ -443,6 +454,19 @@ void StudioModel::magicWandClick(int64_t x, int64_t y, std::optional<SelectionOp
     const auto mask =
         SelectionTools::magicWand(*source, x, y, int64_t(std::lround(wandTolerance)), wandContiguous, false);
     if (mask) setSelection(*mask, "Magic Wand", op);
+}
+
+void StudioModel::autoLevels(const Uuid& id, int channel) {
+    auto* d = doc();
+    const StudioLayer* layer = d ? d->find(id) : nullptr;
+    if (!layer || !layer->adjustment || channel < 0 || channel > 3) return;
+    const auto [black, white] = histogramWithout(*d, id).autoPoints(channel);
+    setLayer(id, "Auto Levels", false, [&, black = black, white = white](StudioLayer& l) {
+        auto& levels = l.adjustment->levels;
+        if (levels.size() < 4) levels.resize(4);
+        levels[size_t(channel)].inBlack = black;
+        levels[size_t(channel)].inWhite = white;
+    });
 }
 
 } // namespace korv

@@ -35,4 +35,14 @@ std::string withExtension(const std::string& name, const std::string& extension)
     return name + "." + extension;
 }
 
+std::filesystem::path dialogFolder(const std::optional<std::filesystem::path>& picture,
+                                   const std::optional<std::filesystem::path>& lastFolder,
+                                   const std::filesystem::path& fallback) {
+    std::error_code ec;
+    if (picture && picture->has_parent_path() && std::filesystem::is_directory(picture->parent_path(), ec))
+        return picture->parent_path();
+    if (lastFolder && std::filesystem::is_directory(*lastFolder, ec)) return *lastFolder;
+    return fallback;
+}
+
 } // namespace korv

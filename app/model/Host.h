@@ -17,12 +17,15 @@ namespace korv {
 struct OpenPanelRequest {
     std::string message;
     bool multiple = true;
+    std::filesystem::path folder; // where the panel starts; empty for the platform's choice
 };
 
 struct SavePanelRequest {
     std::string message;
     std::string suggestedName;
     std::string extension; // without the dot
+    std::filesystem::path folder;
+    std::string title; // the panel's window title
 };
 
 // A repeating timer; destroying the handle stops it.

@@ -1,5 +1,6 @@
 #include "app/model/StudioModel.h"
 
+#include "app/model/FileNames.h"
 #include "app/model/Quoting.h"
 #include "engine/core/Constants.h"
 #include "engine/formats/AtomicFile.h"
@@ -13,6 +14,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <set>
@@ -69,6 +71,16 @@ const char* exportExtension(PhotoExportFormat format) {
 
 std::string displayName(const std::filesystem::path& url) {
     return url.stem().string();
+}
+
+AlertInfo failedOpensAlert(const std::vector<OpenFailure>& failures) {
+    if (failures.size() == 1)
+        return {Uuid::random(), "Can't open " + inQuotes(failures[0].file.filename().string()),
+                failures[0].reason};
+    std::string message;
+    for (const auto& f : failures)
+        message += (message.empty() ? "" : "\n") + inQuotes(f.file.filename().string()) + ": " + f.reason;
+    return {Uuid::random(), "Can't open " + std::to_string(failures.size()) + " pictures", message};
 }
 
 std::string Sheet::id() const {
@@ -167,7 +179,24 @@ std::optional<StudioLayer> StudioModel::activeLayer() const {
 
 void StudioModel::setCurrentID(std::optional<Uuid> id) {
     const bool changed = id != currentID;
+    if (changed) {
+        // A crop being drawn stays with its picture for when it comes back. A
+        // live preview holds uncommitted pixels and ends; the status line and
+        // cursor read-out speak of the picture left, so they go too.
+        auto* left = current();
+        const auto crop = cropRect;
+        cancelLive();
+        if (left) left->cropRect = crop;
+        status.clear();
+        cursorInfo.clear();
+        statusFromHistory_ = false;
+    }
     currentID = id;
+    if (changed)
+        if (auto* now = current()) {
+            cropRect = now->cropRect;
+            now->cropRect.reset();
+        }
     if (changed) canvasShowCurrent();
     notify();
 }
@@ -195,6 +224,7 @@ void StudioModel::setEditMask(bool on) {
 
 void StudioModel::setStatus(std::string text) {
     status = std::move(text);
+    statusFromHistory_ = false;
     notify();
 }
 
@@ -237,42 +267,76 @@ void StudioModel::newDocument(int64_t width, int64_t height, double dpi, std::op
 void StudioModel::add(DocSessionPtr session) {
     DocSession& added = *session;
     sessions.push_back(std::move(session));
-    status = added.name + " \u2014 " + std::to_string(added.doc->width()) + " \u00D7 " +
-             std::to_string(added.doc->height()) + " px";
     setCurrentID(added.id);
+    setStatus(added.name + " \u2014 " + std::to_string(added.doc->width()) + " \u00D7 " +
+              std::to_string(added.doc->height()) + " px");
+}
+
+std::filesystem::path StudioModel::dialogFolder() const {
+    const auto* session = current();
+    std::optional<std::filesystem::path> picture;
+    if (session) picture = session->fileURL ? session->fileURL : session->sourceURL;
+    const char* home = std::getenv("HOME");
+    return korv::dialogFolder(picture, lastFolder,
+                              home ? std::filesystem::path(home) : std::filesystem::path("/"));
+}
+
+void StudioModel::noteFolder(const std::filesystem::path& file) {
+    if (file.has_parent_path()) lastFolder = file.parent_path();
 }
 
 void StudioModel::openPanel() {
-    const auto urls = host_.openPanel({"Open pictures, Photoshop PSDs or KORV Lumenary documents", true});
-    for (const auto& url : urls)
-        open(url);
+    const auto urls =
+        host_.openPanel({"Open pictures, Photoshop PSDs or KORV Lumenary documents", true, dialogFolder()});
+    openAll(urls);
 }
 
 void StudioModel::open(const std::filesystem::path& url) {
+    openAll({url});
+}
+
+void StudioModel::openAll(const std::vector<std::filesystem::path>& urls) {
+    std::vector<OpenFailure> failures;
+    for (const auto& url : urls)
+        if (auto failure = openOne(url)) failures.push_back(std::move(*failure));
+    if (!failures.empty()) {
+        alert = failedOpensAlert(failures);
+        notify();
+    }
+}
+
+std::optional<OpenFailure> StudioModel::openOne(const std::filesystem::path& url) {
     const auto path = normalised(url);
     for (const auto& s : sessions) {
         if (s->fileURL && normalised(*s->fileURL) == path) {
             setCurrentID(s->id);
-            return;
+            return std::nullopt;
         }
     }
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec))
+        return OpenFailure{path, inQuotes(path.filename().string()) +
+                                     " is a folder, not a picture. Open the pictures inside it instead."};
     std::unique_ptr<StudioDocument> document;
     try {
         host_.runBusy("Opening " + inQuotes(path.filename().string()) + "\u2026",
                       [&] { document = StudioImport::document(readFile(path)); });
     } catch (const std::exception& e) {
-        show("Can't open " + inQuotes(path.filename().string()), e.what());
-        return;
+        return OpenFailure{path, e.what()};
     }
     const bool native = lowercase(path.extension().string()) == "." + std::string(StudioFile::fileExtension);
     // A picture or a PSD has no file of ours yet, so that Save asks for a place.
-    add(std::make_shared<DocSession>(std::move(document), displayName(path),
-                                     native ? std::optional(path) : std::nullopt));
+    auto session = std::make_shared<DocSession>(std::move(document), displayName(path),
+                                                native ? std::optional(path) : std::nullopt);
+    session->sourceURL = path;
+    add(std::move(session));
+    noteFolder(path);
     host_.noteRecentDocument(path);
+    return std::nullopt;
 }
 
 void StudioModel::importAsLayerPanel() {
-    const auto urls = host_.openPanel({"Place pictures as new layers", true});
+    const auto urls = host_.openPanel({"Place pictures as new layers", true, dialogFolder()});
     for (const auto& url : urls) {
         if (!current())
             open(url);
@@ -298,6 +362,7 @@ void StudioModel::importAsLayer(const std::filesystem::path& url) {
              "This computer could not read " + inQuotes(url.filename().string()) + ".");
         return;
     }
+    noteFolder(url);
     placeBuffer(*decoded->image, displayName(url), std::nullopt, *d);
 }
 
@@ -336,11 +401,11 @@ void StudioModel::save(bool as) {
         write(*session, *session->fileURL);
         return;
     }
-    const auto url =
-        host_.savePanel({"Saves every layer, mask and setting (KORV Lumenary document). Use Export "
-                         "for JPEG, PNG, TIFF, HEIC or PSD.",
-                         session->name + "." + std::string(StudioFile::fileExtension),
-                         std::string(StudioFile::fileExtension)});
+    // Layered PSD export is not offered yet, so the note does not promise it.
+    const auto url = host_.savePanel({"Saves every layer, mask and setting (KORV Lumenary document). Use "
+                                      "Export for JPEG, PNG, TIFF or HEIC.",
+                                      session->name + "." + std::string(StudioFile::fileExtension),
+                                      std::string(StudioFile::fileExtension), dialogFolder(), "Save As"});
     if (url) write(*session, *url);
 }
 
@@ -361,9 +426,8 @@ bool StudioModel::write(DocSession& session, const std::filesystem::path& url) {
     const int64_t change = session.doc->changeCount();
     try {
         const StudioFile::Snapshot snapshot = StudioFile::snapshot(*session.doc, true);
-        host_.runBusy("Saving " + inQuotes(url.filename().string()) + "\u2026", [&] {
-            writeFileAtomically(url.string(), StudioFile::encode(snapshot));
-        });
+        host_.runBusy("Saving " + inQuotes(url.filename().string()) + "\u2026",
+                      [&] { writeFileAtomically(url.string(), StudioFile::encode(snapshot)); });
     } catch (const std::exception& e) {
         show("Couldn't save", e.what());
         return false;
@@ -371,6 +435,7 @@ bool StudioModel::write(DocSession& session, const std::filesystem::path& url) {
     session.fileURL = url;
     session.name = displayName(url);
     session.savedChange = change;
+    noteFolder(url);
     Recovery::discard(session.id, false);
     host_.noteRecentDocument(url);
     status = "Saved " + url.filename().string();
@@ -388,8 +453,10 @@ void StudioModel::exportPicture(const PhotoExportOptions& options) {
     auto* session = current();
     if (!session) return;
     const std::string extension = exportExtension(options.format);
-    const auto url = host_.savePanel({"", session->name + "." + extension, extension});
+    const auto url =
+        host_.savePanel({"", session->name + "." + extension, extension, dialogFolder(), "Export"});
     if (!url) return;
+    noteFolder(*url);
     std::vector<uint8_t> bytes;
     try {
         bytes = PhotoExport::data(*session->doc, options);

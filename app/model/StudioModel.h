@@ -55,16 +55,22 @@ struct AlertInfo {
     bool operator==(const AlertInfo&) const = default;
 };
 
+// A file that could not be opened, with the reason as a sentence for the user.
+struct OpenFailure {
+    std::filesystem::path file;
+    std::string reason;
+    bool operator==(const OpenFailure&) const = default;
+};
+
+// The one alert that tells every failed open of a batch: a single failure
+// keeps its own title, several are listed one per line.
+AlertInfo failedOpensAlert(const std::vector<OpenFailure>& failures);
+
 struct LivePreview {
     std::string filterID; // "smoothSkin" stands for Smooth Skin
     std::map<std::string, double> values;
     bool on = false;
     bool operator==(const LivePreview&) const = default;
-};
-
-struct CanvasRect {
-    double x = 0, y = 0, w = 0, h = 0;
-    bool operator==(const CanvasRect&) const = default;
 };
 
 // Where a pixel operation writes: a layer's pixels, or its mask.
@@ -135,6 +141,8 @@ public:
     std::shared_ptr<TransformSession> transform;
     Prefs prefs;
     std::string cursorInfo;
+    // The folder a file panel was last used in, for pictures not yet saved.
+    std::optional<std::filesystem::path> lastFolder;
     CanvasLink* canvas = nullptr;
 
     // Change notification: a small list of observers, called on every change.
@@ -164,6 +172,10 @@ public:
     void add(DocSessionPtr session);
     void openPanel();
     void open(const std::filesystem::path& url);
+    // Opens each in order; the failures are told together in one alert.
+    void openAll(const std::vector<std::filesystem::path>& urls);
+    // Where the next file panel starts: the current picture's folder, else the last one used.
+    std::filesystem::path dialogFolder() const;
     void importAsLayerPanel();
     void importAsLayer(const std::filesystem::path& url);
     // One history step "Place <name>": scaled down to fit, centred unless a position is given.
@@ -238,6 +250,9 @@ public:
     void toggleClip(std::optional<Uuid> id = std::nullopt);
     void rename(const Uuid& id, const std::string& name);
     void toggleMaskEnabled();
+    // Sets one Levels channel's input black and white where the picture under
+    // the layer begins and ends (a sliver of outliers clipped), as one step.
+    void autoLevels(const Uuid& id, int channel);
 
     // Image commands, each one step after which the canvas fits the picture.
     // Sizes must be 1 to 30,000; anchors 0 to 1 place the old picture.
@@ -289,6 +304,8 @@ private:
     void refreshAfterHistory(const TileGrid& before);
     // act() for a command that changes the picture's grid.
     bool gridCommand(const std::string& name, const std::function<bool(StudioDocument&)>& body);
+    std::optional<OpenFailure> openOne(const std::filesystem::path& url);
+    void noteFolder(const std::filesystem::path& file);
     bool writeFile(const std::filesystem::path& url, const std::vector<uint8_t>& bytes,
                    const char* failureTitle);
 
@@ -296,6 +313,8 @@ private:
     std::unique_ptr<HostTimer> autosaveTimer_;
     std::vector<std::pair<int, std::function<void()>>> observers_;
     int nextObserver_ = 1;
+    // The status line tells an undo or redo; the next new step makes it stale.
+    bool statusFromHistory_ = false;
 };
 
 template <class T>

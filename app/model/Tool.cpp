@@ -58,4 +58,29 @@ std::optional<Tool> toolFromString(std::string_view text) {
     return std::nullopt;
 }
 
+const std::vector<std::vector<Tool>>& toolGroups() {
+    static const std::vector<std::vector<Tool>> groups = [] {
+        auto range = [](Tool first, Tool last) {
+            std::vector<Tool> tools;
+            for (int t = int(first); t <= int(last); ++t)
+                tools.push_back(Tool(t));
+            return tools;
+        };
+        return std::vector<std::vector<Tool>>{
+            range(Tool::move, Tool::crop),
+            {Tool::brush, Tool::eraser, Tool::smudge, Tool::gradient, Tool::bucket},
+            {Tool::clone, Tool::heal, Tool::spotHeal, Tool::redEye},
+            range(Tool::dodge, Tool::sharpen),
+            {Tool::text, Tool::shape, Tool::eyedropper, Tool::hand, Tool::zoom}};
+    }();
+    return groups;
+}
+
+char key(Tool tool) {
+    static constexpr std::string_view kKeys = "vmelpwqcbxusjkronyfagdthi z";
+    static_assert(kKeys.size() == kToolCount);
+    const char c = kKeys[size_t(tool)];
+    return c == ' ' ? '\0' : c;
+}
+
 } // namespace korv

@@ -3,6 +3,7 @@
 #include <array>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace korv {
 
@@ -41,7 +42,12 @@ inline constexpr int kToolCount = 27;
 std::string_view toString(Tool tool);
 std::optional<Tool> toolFromString(std::string_view text);
 std::string_view displayName(Tool tool);
+// The one-letter shortcut, lower case; the Hand has none (Space stands for it).
+char key(Tool tool);
 // The status line's hint when the tool is chosen.
 std::string_view tip(Tool tool);
+// The palette's groups, top to bottom: selecting and cropping, painting,
+// repairing, toning and the rest.
+const std::vector<std::vector<Tool>>& toolGroups();
 
 } // namespace korv

@@ -70,6 +70,7 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     setScene(&scene_);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setMouseTracking(true);
     setFrameShape(QFrame::NoFrame);
     setAlignment(Qt::AlignLeft | Qt::AlignTop);
     setTransformationAnchor(QGraphicsView::NoAnchor);
@@ -129,8 +130,32 @@ QPointF CanvasView::toPicture(const QPointF& view) const {
 }
 
 void CanvasView::showSession(DocSession& session) {
-    session_ = &session;
-    rebuildTiles();
+    if (shownID_ != session.id) {
+        stash();
+        session_ = &session;
+        shownID_ = session.id;
+        prune();
+        auto kept = kept_.find(session.id);
+        if (kept != kept_.end() && int64_t(kept->second.size()) == session.doc->grid.count()) {
+            tiles_ = std::move(kept->second);
+            kept_.erase(kept);
+            for (auto* item : tiles_)
+                item->setVisible(true);
+            docItem_->setVisible(true);
+            applyViewTransform();
+            flush(); // only what changed while it was behind
+        } else {
+            if (kept != kept_.end()) {
+                for (auto* item : kept->second)
+                    delete item;
+                kept_.erase(kept);
+            }
+            rebuildTiles();
+        }
+    } else {
+        session_ = &session;
+        rebuildTiles();
+    }
     // A hidden view has no size of its own yet: the fit waits for the first showing.
     if (session.needsFit && isVisible()) fit();
     applyViewTransform();
@@ -138,10 +163,10 @@ void CanvasView::showSession(DocSession& session) {
 }
 
 void CanvasView::clear() {
+    stash();
     session_ = nullptr;
-    for (auto* item : tiles_)
-        delete item;
-    tiles_.clear();
+    shownID_.reset();
+    prune();
     docItem_->setVisible(false);
     updateSelectionOutline();
 }
@@ -149,6 +174,31 @@ void CanvasView::clear() {
 void CanvasView::refresh() {
     flush();
     updateSelectionOutline();
+}
+
+void CanvasView::stash() {
+    if (!shownID_) return;
+    for (auto* item : tiles_)
+        item->setVisible(false);
+    auto& slot = kept_[*shownID_];
+    for (auto* item : slot)
+        delete item;
+    slot = std::move(tiles_);
+    tiles_.clear();
+}
+
+void CanvasView::prune() {
+    for (auto it = kept_.begin(); it != kept_.end();) {
+        const bool open = std::any_of(model_.sessions.begin(), model_.sessions.end(),
+                                      [&](const DocSessionPtr& s) { return s->id == it->first; });
+        if (open) {
+            ++it;
+            continue;
+        }
+        for (auto* item : it->second)
+            delete item;
+        it = kept_.erase(it);
+    }
 }
 
 void CanvasView::rebuildTiles() {
@@ -308,12 +358,29 @@ void CanvasView::mousePressEvent(QMouseEvent* event) {
 }
 
 void CanvasView::mouseMoveEvent(QMouseEvent* event) {
+    if (session_) {
+        const QPointF p = toPicture(event->position());
+        const auto x = int64_t(std::floor(p.x())), y = int64_t(std::floor(p.y()));
+        const bool inside = x >= 0 && y >= 0 && x < session_->doc->width() && y < session_->doc->height();
+        std::string info = inside ? std::to_string(x) + ", " + std::to_string(y) : std::string();
+        if (info != model_.cursorInfo) {
+            model_.cursorInfo = std::move(info);
+            if (onCursor) onCursor();
+        }
+    }
     if (!panning_ || !session_) return;
     const QPointF delta = event->position() - lastDrag_;
     lastDrag_ = event->position();
     session_->pan.x += delta.x();
     session_->pan.y += delta.y();
     applyViewTransform();
+}
+
+void CanvasView::leaveEvent(QEvent* event) {
+    QGraphicsView::leaveEvent(event);
+    if (model_.cursorInfo.empty()) return;
+    model_.cursorInfo.clear();
+    if (onCursor) onCursor();
 }
 
 void CanvasView::mouseReleaseEvent(QMouseEvent*) {

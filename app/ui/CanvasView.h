@@ -7,6 +7,7 @@
 #include "app/model/StudioModel.h"
 
 #include <QGraphicsView>
+#include <map>
 #include <vector>
 
 class QGraphicsPathItem;
@@ -31,6 +32,8 @@ public:
     void actualPixels();
     void setZoom(double zoom, std::optional<QPointF> around = std::nullopt);
     void zoomStep(bool in, std::optional<QPointF> around = std::nullopt);
+    // Told when the pointer's picture position (model.cursorInfo) changes.
+    std::function<void()> onCursor;
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -39,9 +42,14 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
 
 private:
     void rebuildTiles();
+    // Hides the shown picture's tiles and keeps them for when it comes back.
+    void stash();
+    // Drops the kept tiles of pictures that have been closed.
+    void prune();
     void updateSelectionOutline();
     // The picture pixel under a view point.
     QPointF toPicture(const QPointF& view) const;
@@ -61,6 +69,10 @@ private:
     SelectionRef shownSelection_;
     int antsPhase_ = 0;
     DocSession* session_ = nullptr;
+    // The shown session's id: session_ may already be gone when the next one is shown.
+    std::optional<Uuid> shownID_;
+    // Tiles of the pictures not in front, so that switching back draws at once.
+    std::map<Uuid, std::vector<QGraphicsPixmapItem*>> kept_;
     bool panning_ = false;
     QPointF lastDrag_;
 };

@@ -2,8 +2,10 @@
 
 #include "app/model/AppFolders.h"
 #include "app/ui/CanvasView.h"
+#include "app/ui/CurvesEditor.h"
 #include "app/ui/MainWindow.h"
 #include "app/ui/QtHost.h"
+#include "app/ui/ValueSlider.h"
 #include "engine/core/Selection.h"
 #include "engine/document/SampleDocument.h"
 #include "engine/formats/AtomicFile.h"
@@ -12,10 +14,14 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QDockWidget>
 #include <QElapsedTimer>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMouseEvent>
+#include <QSlider>
 #include <QTemporaryDir>
+#include <QToolButton>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -88,6 +94,25 @@ int runSelfTest() {
         passed &= check(std::abs(centre.red() - pixel[0]) <= 8 && std::abs(centre.green() - pixel[1]) <= 8 &&
                             std::abs(centre.blue() - pixel[2]) <= 8,
                         "the canvas shows the picture");
+
+        // A second picture in its own tab, then back to the first: each shows its own pixels.
+        auto centreOfCanvas = [&window] {
+            settle();
+            const QImage now = window.canvas().grab().toImage();
+            return now.pixelColor(now.width() / 2, now.height() / 2);
+        };
+        const Uuid firstID = *reader.currentID;
+        reader.newDocument(300, 200, 72, PaintColor(0.9, 0.1, 0.1, 1), "Red");
+        const QColor red = centreOfCanvas();
+        reader.setCurrentID(firstID);
+        const QColor back = centreOfCanvas();
+        passed &= check(red.red() > 200 && red.green() < 40 && back == centre,
+                        "switching tabs shows each picture's own pixels");
+        reader.setCurrentID(reader.sessions.back()->id);
+        reader.close();
+        passed &=
+            check(reader.sessions.size() == 1 && reader.currentID == firstID && centreOfCanvas() == centre,
+                  "closing a tab shows the picture left");
         if (!passed)
             std::printf("     canvas %d,%d,%d, picture %d,%d,%d (%dx%d)\n", centre.red(), centre.green(),
                         centre.blue(), pixel[0], pixel[1], pixel[2], shot.width(), shot.height());
@@ -100,10 +125,9 @@ int runSelfTest() {
         passed &= check(reader.doc()->rows().size() == layerCount + 1 &&
                             reader.doc()->undoName() == std::optional<std::string>("Duplicate Layer"),
                         "Layer → Duplicate Layer adds a layer as one step");
-        auto* layersPanel = window.findChild<QDockWidget*>("layers");
-        auto* historyPanel = window.findChild<QDockWidget*>("history");
-        passed &= check(layersPanel && historyPanel && layersPanel->isVisible() && historyPanel->isVisible(),
-                        "the Layers and History panels show");
+        auto* layersPanel = window.findChild<QWidget*>("layers");
+        auto* historyPanel = window.findChild<QWidget*>("history");
+        passed &= check(layersPanel && historyPanel && layersPanel->isVisible(), "the Layers panel shows");
         reader.setTool(Tool::magicWand);
         auto* viewport = window.canvas().viewport();
         const QPointF middle(viewport->width() / 2.0, viewport->height() / 2.0);
@@ -118,6 +142,111 @@ int runSelfTest() {
         reader.undo();
         passed &= check(!reader.doc()->selection && reader.doc()->rows().size() == layerCount,
                         "undo takes both steps back");
+
+        // A new Levels layer shows its editor; a slider drag there is one step.
+        reader.addAdjustment(AdjustmentType::levels);
+        settle();
+        const auto steps = reader.doc()->history().size();
+        ValueSlider* inBlack = nullptr;
+        // The widgets carry no meta-object of their own, so they are told apart by their C++ type.
+        for (auto* w : window.findChildren<QWidget*>())
+            if (auto* s = dynamic_cast<ValueSlider*>(w); s && s->label() == "Input black" && s->isVisible())
+                inBlack = s;
+        passed &= check(inBlack != nullptr, "the Properties panel shows the Levels editor");
+        if (inBlack) {
+            inBlack->slider()->setSliderDown(true);
+            for (int v = 10; v <= 60; v += 10)
+                inBlack->slider()->setValue(v);
+            inBlack->slider()->setSliderDown(false);
+            settle();
+            const LevelsChannel levels = reader.doc()->activeLayer()->adjustment->levels[0];
+            passed &= check(reader.doc()->history().size() == steps + 1 && levels.inBlack > 0.2,
+                            "a drag of its slider is one history step");
+            if (!passed)
+                std::printf("     steps %zu -> %zu, black %.3f, last %s\n", steps,
+                            reader.doc()->history().size(), levels.inBlack,
+                            reader.doc()->undoName().value_or("").c_str());
+        }
+        // The curve graph: a click adds a point, a drag off the graph takes it away again.
+        reader.addAdjustment(AdjustmentType::curves);
+        settle();
+        CurvesEditor* graph = nullptr;
+        for (auto* w : window.findChildren<QWidget*>())
+            if (auto* g = dynamic_cast<CurvesEditor*>(w); g && g->isVisible()) graph = g;
+        passed &= check(graph != nullptr, "the Properties panel shows the curve graph");
+        if (graph) {
+            auto mouse = [graph](QEvent::Type type, QPointF at) {
+                QMouseEvent e(type, at, graph->mapToGlobal(at), Qt::LeftButton,
+                              type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
+                              Qt::NoModifier);
+                QApplication::sendEvent(graph, &e);
+            };
+            auto curve = [&reader] { return reader.doc()->activeLayer()->adjustment->curves[0]; };
+            const auto before = reader.doc()->history().size();
+            const QPointF middle(graph->width() / 2.0, graph->height() / 2.0);
+            mouse(QEvent::MouseButtonPress, middle);
+            mouse(QEvent::MouseMove, middle - QPointF(0, 30));
+            mouse(QEvent::MouseButtonRelease, middle - QPointF(0, 30));
+            const auto shaped = curve();
+            passed &= check(shaped.size() == 3 && shaped[1].y > 0.55 &&
+                                reader.doc()->history().size() == before + 1,
+                            "a click and drag on the graph adds a raised point as one step");
+            mouse(QEvent::MouseButtonPress, middle - QPointF(0, 30));
+            mouse(QEvent::MouseMove, QPointF(middle.x(), -200));
+            mouse(QEvent::MouseButtonRelease, QPointF(middle.x(), -200));
+            passed &= check(curve().size() == 2, "a point dragged off the graph is removed");
+        }
+
+        // Every adjustment type has its editor, each with a control for the user.
+        int withControls = 0;
+        for (int i = 0; i < kAdjustmentTypeCount; ++i) {
+            reader.addAdjustment(AdjustmentType(i));
+            settle();
+            auto* editor = window.findChild<QWidget*>("properties");
+            int controls = 0;
+            for (auto* w : editor ? editor->findChildren<QWidget*>() : QList<QWidget*>())
+                if (w->isVisible() &&
+                    (dynamic_cast<ValueSlider*>(w) || dynamic_cast<CurvesEditor*>(w) ||
+                     (dynamic_cast<QLabel*>(w) &&
+                      static_cast<QLabel*>(w)->text().startsWith("Turns every color into its opposite"))))
+                    ++controls;
+            withControls += controls > 0 ? 1 : 0;
+        }
+        passed &= check(withControls == kAdjustmentTypeCount, "every adjustment type shows its controls");
+
+        // A double click on a layer's name renames it in place.
+        const std::string oldName = reader.doc()->activeLayer()->name;
+        QLabel* nameLabel = nullptr;
+        for (auto* l : window.findChildren<QLabel*>())
+            if (l->isVisible() && l->toolTip().startsWith(QString::fromStdString(oldName))) nameLabel = l;
+        if (nameLabel) {
+            QMouseEvent twice(QEvent::MouseButtonDblClick, QPointF(5, 5),
+                              nameLabel->mapToGlobal(QPointF(5, 5)), Qt::LeftButton, Qt::LeftButton,
+                              Qt::NoModifier);
+            QApplication::sendEvent(nameLabel, &twice);
+        }
+        QLineEdit* field = nullptr;
+        for (auto* f : window.findChildren<QLineEdit*>())
+            if (f->placeholderText() == "Layer name") field = f;
+        if (field) {
+            field->setText("Warm grade");
+            QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
+            QApplication::sendEvent(field, &enter);
+            settle();
+        }
+        passed &= check(nameLabel && field && reader.doc()->activeLayer()->name == "Warm grade" &&
+                            reader.doc()->undoName() == std::optional<std::string>("Rename Layer"),
+                        "a double click on a layer's name renames it in place");
+
+        bool menusOpenOnClick = true;
+        int menuButtons = 0;
+        for (auto* b : window.findChildren<QToolButton*>())
+            if (b->menu()) {
+                ++menuButtons;
+                menusOpenOnClick &= b->popupMode() == QToolButton::InstantPopup;
+            }
+        passed &=
+            check(menuButtons >= 3 && menusOpenOnClick, "the Layers panel's menu buttons open on a click");
     }
     AppFolders::setBaseOverride(std::nullopt);
     std::printf("%s\n", passed ? "selftest passed" : "selftest FAILED");
@@ -161,8 +290,47 @@ int writeSnapshots(const std::string& folderName) {
         settle();
         ok &= window.grab().save(QString::fromStdString((folder / "main-window-zoomed.png").string()));
 
+        // The adjustment editors, as a photographer meets them after adding a layer.
+        auto shoot = [&](const char* name) {
+            settle();
+            ok &= window.grab().save(QString::fromStdString((folder / name).string()));
+        };
+        model.deselect();
+        window.sideTabs().setCurrentIndex(0);
+        model.addAdjustment(AdjustmentType::levels);
+        model.autoLevels(*model.doc()->activeID, 0);
+        shoot("properties-levels.png");
+        model.addAdjustment(AdjustmentType::curves);
+        model.setLayer(*model.doc()->activeID, "Adjust", true, [](StudioLayer& l) {
+            l.adjustment->curves[0] = {{0, 0}, {0.25, 0.18}, {0.7, 0.82}, {1, 1}};
+        });
+        shoot("properties-curves.png");
+        model.addAdjustment(AdjustmentType::hueSaturation);
+        model.setLayer(*model.doc()->activeID, "Adjust", true, [](StudioLayer& l) {
+            l.adjustment->hue = 24;
+            l.adjustment->saturation = 35;
+        });
+        shoot("properties-hue-saturation.png");
+        for (auto [type, name] : {std::pair{AdjustmentType::colorBalance, "properties-color-balance.png"},
+                                  std::pair{AdjustmentType::blackWhite, "properties-black-white.png"},
+                                  std::pair{AdjustmentType::gradientMap, "properties-gradient-map.png"}}) {
+            model.addAdjustment(type);
+            shoot(name);
+            model.undo();
+        }
+        window.sideTabs().setCurrentIndex(1);
+        shoot("adjust-panel.png");
+        window.sideTabs().setCurrentIndex(2);
+        shoot("history-panel.png");
+        window.sideTabs().setCurrentIndex(0);
+
+        // A second picture opens in a tab of its own beside the first.
+        model.add(std::make_shared<DocSession>(makeSampleDocument(900, 1200), "Portrait"));
+        model.addLayer();
+        shoot("two-pictures.png");
+
         // What a save or open that takes a while shows over the window.
-        model.setBusy("Saving \u201CSample.korvstudio\u201D\u2026");
+        model.setBusy("Saving \u201CPortrait.korvstudio\u201D\u2026");
         settle();
         ok &= window.grab().save(QString::fromStdString((folder / "busy-saving.png").string()));
         model.setBusy(std::nullopt);

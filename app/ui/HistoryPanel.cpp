@@ -9,10 +9,9 @@
 namespace korv {
 
 HistoryPanel::HistoryPanel(StudioModel& model, QWidget* parent)
-    : QDockWidget("History", parent), model_(model), heading_(new QLabel), steps_(new QListWidget),
+    : QWidget(parent), model_(model), heading_(new QLabel), steps_(new QListWidget),
       snapshots_(new QListWidget), snapshot_(new QPushButton("Take History Snapshot")) {
     setObjectName("history");
-    setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
     auto* body = new QWidget;
     auto* column = new QVBoxLayout(body);
     column->setContentsMargins(6, 6, 6, 6);
@@ -22,7 +21,9 @@ HistoryPanel::HistoryPanel(StudioModel& model, QWidget* parent)
     column->addWidget(new QLabel("Snapshots"));
     column->addWidget(snapshots_, 1);
     column->addWidget(snapshot_);
-    setWidget(body);
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->addWidget(body);
 
     // The lists are rebuilt by the change a click causes, so the click acts after its signal.
     connect(steps_, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {

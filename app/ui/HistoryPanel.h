@@ -3,7 +3,7 @@
 // later ones greyed, with the snapshots below; a click goes back to a step.
 #include "app/model/StudioModel.h"
 
-#include <QDockWidget>
+#include <QWidget>
 
 class QLabel;
 class QListWidget;
@@ -11,7 +11,7 @@ class QPushButton;
 
 namespace korv {
 
-class HistoryPanel : public QDockWidget {
+class HistoryPanel : public QWidget {
 public:
     HistoryPanel(StudioModel& model, QWidget* parent);
     ~HistoryPanel() override;

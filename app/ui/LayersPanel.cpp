@@ -1,18 +1,21 @@
 #include "app/ui/LayersPanel.h"
 
 #include "app/ui/Icons.h"
+#include "app/ui/ValueSlider.h"
 #include "engine/core/Fnv.h"
 #include "engine/document/RecordCoding.h"
 #include "engine/render/StudioRenderer.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
-#include <QInputDialog>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMouseEvent>
+#include <QPainter>
 #include <QScrollArea>
-#include <QSlider>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -68,6 +71,47 @@ protected:
     }
 };
 
+// A layer name that is shortened with an ellipsis when the row is narrow, so
+// that the lock beside it always stays in view.
+class NameLabel : public ClickLabel {
+public:
+    explicit NameLabel(const QString& name) : full_(name) {
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        setMinimumWidth(24);
+        setToolTip(name);
+    }
+    QSize sizeHint() const override {
+        return {fontMetrics().horizontalAdvance(full_), fontMetrics().height()};
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setPen(palette().color(QPalette::WindowText));
+        p.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft,
+                   fontMetrics().elidedText(full_, Qt::ElideRight, width()));
+    }
+
+private:
+    QString full_;
+};
+
+// The in-place name field, which tells Esc apart from Return.
+class RenameField : public QLineEdit {
+public:
+    using QLineEdit::QLineEdit;
+    std::function<void()> cancelled;
+
+protected:
+    void keyPressEvent(QKeyEvent* e) override {
+        if (e->key() == Qt::Key_Escape && cancelled) {
+            cancelled();
+            return;
+        }
+        QLineEdit::keyPressEvent(e);
+    }
+};
+
 QToolButton* toolButton(Glyph glyph, const QString& help) {
     auto* b = new QToolButton;
     b->setIcon(glyphIcon(glyph));
@@ -79,28 +123,27 @@ QToolButton* toolButton(Glyph glyph, const QString& help) {
 } // namespace
 
 LayersPanel::LayersPanel(StudioModel& model, QWidget* parent)
-    : QDockWidget("Layers", parent), model_(model), blend_(new QComboBox),
-      opacity_(new QSlider(Qt::Horizontal)), fillOpacity_(new QSlider(Qt::Horizontal)),
-      fillLabel_(new QLabel("Fill")), rowsHost_(new QWidget), rowsLayout_(new QVBoxLayout(rowsHost_)) {
+    : QWidget(parent), model_(model), blend_(new QComboBox),
+      opacity_(new ValueSlider("Opacity", 0, 100, 0, 100, "%")),
+      fillOpacity_(new ValueSlider("Fill", 0, 100, 0, 100, "%")), rowsHost_(new QWidget),
+      rowsLayout_(new QVBoxLayout(rowsHost_)) {
     setObjectName("layers");
-    setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
     auto* body = new QWidget;
     auto* column = new QVBoxLayout(body);
     column->setContentsMargins(6, 6, 6, 6);
 
+    auto* title = new QLabel("Layers");
+    title->setStyleSheet("font-weight: bold;");
+    column->addWidget(title);
     for (int i = 0; i < kBlendModeCount; ++i)
         blend_->addItem(text(displayName(BlendMode(i))));
     auto* modeRow = new QHBoxLayout;
     modeRow->addWidget(blend_, 1);
     column->addLayout(modeRow);
-    auto* opacityRow = new QHBoxLayout;
-    opacityRow->addWidget(new QLabel("Opacity"));
-    opacity_->setRange(0, 100);
-    opacityRow->addWidget(opacity_, 1);
-    opacityRow->addWidget(fillLabel_);
-    fillOpacity_->setRange(0, 100);
-    opacityRow->addWidget(fillOpacity_, 1);
-    column->addLayout(opacityRow);
+    blend_->setToolTip("Blend mode");
+    column->addWidget(opacity_);
+    fillOpacity_->setToolTip("Fill opacity: fades the layer's own pixels but not its effects");
+    column->addWidget(fillOpacity_);
 
     connect(blend_, &QComboBox::activated, this, [this](int index) {
         if (auto l = model_.activeLayer())
@@ -108,16 +151,16 @@ LayersPanel::LayersPanel(StudioModel& model, QWidget* parent)
                             [index](StudioLayer& x) { x.blendMode = BlendMode(index); });
     });
     // The sliders write through the layer bindings, so one drag is one step.
-    auto bindSlider = [this](QSlider* slider, const char* name, double StudioLayer::*field) {
-        connect(slider, &QSlider::valueChanged, this, [this, name, field](int value) {
+    auto bindSlider = [this](ValueSlider* slider, const char* name, double StudioLayer::*field) {
+        slider->changed = [this, name, field](double value) {
             if (syncing_) return;
             const auto l = model_.activeLayer();
             if (!l) return;
             auto binding = model_.bindLayer<double>(
                 l->id, name, [field](const StudioLayer& x) { return x.*field; },
                 [field](StudioLayer& x, const double& v) { x.*field = v; }, 1.0);
-            binding.set(value / 100.0);
-        });
+            binding.set(value);
+        };
     };
     bindSlider(opacity_, "Opacity", &StudioLayer::opacity);
     bindSlider(fillOpacity_, "Fill Opacity", &StudioLayer::fillOpacity);
@@ -134,6 +177,7 @@ LayersPanel::LayersPanel(StudioModel& model, QWidget* parent)
         auto* b = toolButton(glyph, help);
         if (action) connect(b, &QToolButton::clicked, this, [action = std::move(action)] { action(); });
         foot->addWidget(b);
+        footButtons_ << b;
         return b;
     };
     addButton(Glyph::plus, "New layer", [this] { model_.addLayer(); });
@@ -141,9 +185,14 @@ LayersPanel::LayersPanel(StudioModel& model, QWidget* parent)
 
     auto* adjustments = new QMenu(this);
     for (int i = 0; i < kAdjustmentTypeCount; ++i)
-        adjustments->addAction(text(displayName(AdjustmentType(i))), this,
+        adjustments->addAction(text(displayName(AdjustmentType(i))).replace("&", "&&"), this,
                                [this, i] { model_.addAdjustment(AdjustmentType(i)); });
-    addButton(Glyph::adjust, "New adjustment layer", {})->setMenu(adjustments);
+    // The pop-up mode is set with the menu: a button given it later opens its menu only on a long press.
+    auto withMenu = [](QToolButton* b, QMenu* menu) {
+        b->setMenu(menu);
+        b->setPopupMode(QToolButton::InstantPopup);
+    };
+    withMenu(addButton(Glyph::adjust, "New adjustment layer", {}), adjustments);
 
     auto* fills = new QMenu(this);
     const std::pair<const char*, FillKind> fillKinds[] = {{"Solid Color", FillKind::solid},
@@ -152,7 +201,7 @@ LayersPanel::LayersPanel(StudioModel& model, QWidget* parent)
                                                           {"Pattern", FillKind::pattern}};
     for (const auto& [title, kind] : fillKinds)
         fills->addAction(title, this, [this, kind = kind] { model_.addFill(kind); });
-    addButton(Glyph::fill, "New fill layer", {})->setMenu(fills);
+    withMenu(addButton(Glyph::fill, "New fill layer", {}), fills);
 
     auto* masks = new QMenu(this);
     const std::pair<const char*, NewMask> maskKinds[] = {{"Reveal All", NewMask::revealAll},
@@ -166,9 +215,12 @@ LayersPanel::LayersPanel(StudioModel& model, QWidget* parent)
     masks->addAction("Mask On / Off", this, [this] { model_.toggleMaskEnabled(); });
     masks->addAction("Apply Mask", this, [this] { model_.applyMask(); });
     masks->addAction("Delete Mask", this, [this] { model_.deleteMask(); });
-    addButton(Glyph::mask, "Layer mask", {})->setMenu(masks);
-    for (auto* b : findChildren<QToolButton*>())
-        if (b->menu()) b->setPopupMode(QToolButton::InstantPopup);
+    withMenu(addButton(Glyph::mask, "Layer mask", {}), masks);
+    auto* effects = addButton(Glyph::plus, "Layer effects (shadow, stroke, glow, color)", [this] {
+        model_.setSheet(Sheet{Sheet::Kind::layerEffects, ""});
+    });
+    effects->setIcon(QIcon());
+    effects->setText("fx");
 
     addButton(Glyph::up, "Move up", [this] { model_.moveLayer(true); });
     addButton(Glyph::down, "Move down", [this] { model_.moveLayer(false); });
@@ -177,7 +229,9 @@ LayersPanel::LayersPanel(StudioModel& model, QWidget* parent)
     foot->addStretch(1);
     column->addLayout(foot);
 
-    setWidget(body);
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->addWidget(body);
     observer_ = model_.observe([this] { sync(); });
     sync();
 }
@@ -192,13 +246,15 @@ void LayersPanel::sync() {
     const bool hasLayer = active.has_value();
     blend_->setEnabled(hasLayer);
     opacity_->setEnabled(hasLayer);
+    for (auto* b : footButtons_)
+        b->setEnabled(model_.doc() != nullptr);
+    if (!active) opacity_->setValue(1.0);
     const bool fillApplies = hasLayer && (active->kind == StudioLayerKind::pixel || active->isVector());
     fillOpacity_->setVisible(fillApplies);
-    fillLabel_->setVisible(fillApplies);
     if (active) {
         blend_->setCurrentIndex(int(active->blendMode));
-        opacity_->setValue(int(std::lround(active->opacity * 100)));
-        fillOpacity_->setValue(int(std::lround(active->fillOpacity * 100)));
+        opacity_->setValue(active->opacity);
+        fillOpacity_->setValue(active->fillOpacity);
     }
     syncing_ = false;
     rebuildRows();
@@ -253,6 +309,9 @@ void LayersPanel::rebuildRows() {
 
 QPixmap LayersPanel::thumbnail(const StudioLayer& layer, bool mask, const std::string& key) {
     if (auto it = thumbnails_.find(key); it != thumbnails_.end()) return it->second;
+    // An adjustment has no pixels to show: its sign stands in for them.
+    if (!mask && layer.kind == StudioLayerKind::adjustment)
+        return glyphIcon(Glyph::adjust).pixmap(kThumbSide - 8);
     auto* doc = model_.doc();
     QPixmap pixmap;
     if (doc) {
@@ -317,16 +376,33 @@ QWidget* LayersPanel::makeRow(const LayerRow& row, const std::pair<std::string, 
         h->addWidget(maskThumb);
     }
 
-    auto* name = new ClickLabel;
-    name->setText(QString::fromStdString(l.name) +
-                  (l.kind == StudioLayerKind::pixel ? QString() : "  · " + text(displayName(l.kind))));
+    auto* name =
+        new NameLabel(QString::fromStdString(l.name) +
+                      (l.kind == StudioLayerKind::pixel ? QString() : "  · " + text(displayName(l.kind))));
     if (!l.isVisible) name->setStyleSheet("color: rgb(130,130,135);");
     name->clicked = [this, id] { model_.select(id); };
-    name->doubleClicked = [this, id, current = QString::fromStdString(l.name)] {
-        bool ok = false;
-        const QString newName =
-            QInputDialog::getText(this, "Rename Layer", "Layer name", QLineEdit::Normal, current, &ok);
-        if (ok) model_.rename(id, newName.trimmed().toStdString());
+    // A double click renames in place: Return or leaving the field keeps the name, Esc drops it.
+    name->doubleClicked = [this, id, h, name, current = QString::fromStdString(l.name)] {
+        auto* field = new RenameField(current);
+        field->setPlaceholderText("Layer name");
+        delete h->replaceWidget(name, field); // the layout hands back the old item to free
+        name->hide();
+        field->setFocus();
+        field->selectAll();
+        auto done = std::make_shared<bool>(false);
+        auto finish = [this, id, field, done](bool keep) {
+            if (*done) return;
+            *done = true;
+            const std::string text = field->text().trimmed().toStdString();
+            // The rows are rebuilt by the rename; the field goes after its signal.
+            QTimer::singleShot(0, this, [this, id, text, keep] {
+                if (keep) model_.rename(id, text);
+                shownSignature_.clear();
+                rebuildRows();
+            });
+        };
+        connect(field, &QLineEdit::editingFinished, this, [finish] { finish(true); });
+        field->cancelled = [finish] { finish(false); };
     };
     h->addWidget(name, 1);
 

@@ -4,20 +4,21 @@
 // the layer commands. Every change goes through the model as one step.
 #include "app/model/StudioModel.h"
 
-#include <QDockWidget>
+#include <QWidget>
 #include <map>
 #include <string>
 #include <utility>
 
 class QComboBox;
-class QSlider;
 class QLabel;
 class QVBoxLayout;
 class QWidget;
 
 namespace korv {
 
-class LayersPanel : public QDockWidget {
+class ValueSlider;
+
+class LayersPanel : public QWidget {
 public:
     LayersPanel(StudioModel& model, QWidget* parent);
     ~LayersPanel() override;
@@ -32,9 +33,10 @@ private:
     StudioModel& model_;
     int observer_ = 0;
     QComboBox* blend_;
-    QSlider* opacity_;
-    QSlider* fillOpacity_;
-    QLabel* fillLabel_;
+    ValueSlider* opacity_;
+    ValueSlider* fillOpacity_;
+    // The foot buttons, greyed while no picture is open.
+    QList<QWidget*> footButtons_;
     QWidget* rowsHost_;
     QVBoxLayout* rowsLayout_;
     // What the rows showed last, so a notification that changed nothing in

@@ -1,14 +1,19 @@
 #include "app/ui/MainWindow.h"
 
+#include "app/ui/AdjustPanel.h"
 #include "app/ui/CanvasView.h"
+#include "app/ui/EmptyState.h"
+#include "app/ui/HeaderBar.h"
 #include "app/ui/HistoryPanel.h"
 #include "app/ui/LayersPanel.h"
+#include "app/ui/OptionsBar.h"
+#include "app/ui/PropertiesPanel.h"
 #include "app/ui/QtHost.h"
 #include "app/ui/Sheets.h"
+#include "app/ui/StatusBar.h"
+#include "app/ui/ToolPalette.h"
 
-#include <QActionGroup>
 #include <QApplication>
-#include <QCheckBox>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -17,11 +22,13 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPalette>
-#include <QSpinBox>
-#include <QStatusBar>
+#include <QSplitter>
+#include <QStackedWidget>
 #include <QStyleFactory>
+#include <QTabWidget>
 #include <QTimer>
 #include <QToolBar>
+#include <QVBoxLayout>
 
 namespace korv {
 
@@ -49,18 +56,10 @@ void applyDarkLook() {
 }
 
 MainWindow::MainWindow(StudioModel& model, QtHost& host)
-    : model_(model), host_(host), canvas_(new CanvasView(model, this)), statusLabel_(new QLabel),
-      zoomLabel_(new QLabel), busyOverlay_(new QLabel(this)), emptyHint_(new QLabel(canvas_)) {
+    : model_(model), host_(host), canvas_(new CanvasView(model)), busyOverlay_(new QLabel(this)) {
     setWindowTitle("KORV Lumenary");
     setObjectName("main");
     resize(1500, 940);
-    setCentralWidget(canvas_);
-    statusBar()->addWidget(statusLabel_, 1);
-    statusBar()->addPermanentWidget(zoomLabel_);
-
-    emptyHint_->setText("Open a picture (Ctrl+O) or make a new one (Ctrl+N).");
-    emptyHint_->setStyleSheet("color: rgb(150,150,155); font-size: 15px;");
-    emptyHint_->setAlignment(Qt::AlignCenter);
 
     busyOverlay_->setAlignment(Qt::AlignCenter);
     busyOverlay_->setStyleSheet("background: rgba(0,0,0,140); color: white; font-size: 18px;");
@@ -73,13 +72,8 @@ MainWindow::MainWindow(StudioModel& model, QtHost& host)
     host_.setWindow(this);
     host_.onBusy = [this](std::optional<std::string> text) { model_.setBusy(std::move(text)); };
     buildMenus();
-    buildToolBars();
-    auto* history = new HistoryPanel(model_, this);
-    auto* layers = new LayersPanel(model_, this);
-    addDockWidget(Qt::RightDockWidgetArea, history);
-    addDockWidget(Qt::RightDockWidgetArea, layers);
-    resizeDocks({history, layers}, {280, 520}, Qt::Vertical);
-    resizeDocks({layers}, {330}, Qt::Horizontal);
+    buildLayout();
+    busyOverlay_->raise();
     observer_ = model_.observe([this] { sync(); });
     sync();
 }
@@ -134,6 +128,22 @@ void MainWindow::buildMenus() {
     add(view, "Zoom Out", QKeySequence::ZoomOut, [this] { canvas_->zoomStep(false); });
     add(view, "Fit on Screen", QKeySequence("Ctrl+0"), [this] { canvas_->fit(); });
     add(view, "Actual Pixels", QKeySequence("Ctrl+1"), [this] { canvas_->actualPixels(); });
+
+    // Without a picture only the commands that make or find one stay available.
+    std::function<void(QMenu*)> collect = [&](QMenu* menu) {
+        for (QAction* action : menu->actions()) {
+            if (action->menu())
+                collect(action->menu());
+            else if (!action->isSeparator())
+                needPicture_ << action;
+        }
+    };
+    for (QAction* top : menuBar()->actions())
+        if (top->menu() && top->menu() != file) collect(top->menu());
+    for (QAction* action : file->actions())
+        if (const QString t = action->text();
+            t.startsWith("Close") || t.startsWith("Save") || t.startsWith("Export"))
+            needPicture_ << action;
 }
 
 void MainWindow::buildLayerMenus() {
@@ -165,8 +175,9 @@ void MainWindow::buildLayerMenus() {
 
     auto* image = menuBar()->addMenu("&Image");
     auto* adjustments = image->addMenu("New Adjustment Layer");
+    // "&" marks a mnemonic in a menu title; "Black & White" needs it doubled.
     for (int i = 0; i < kAdjustmentTypeCount; ++i)
-        add(adjustments, QString::fromUtf8(displayName(AdjustmentType(i)).data()), {},
+        add(adjustments, QString::fromUtf8(displayName(AdjustmentType(i)).data()).replace("&", "&&"), {},
             [this, i] { model_.addAdjustment(AdjustmentType(i)); });
     image->addSeparator();
     add(image, "Flatten Image", {}, [this] { model_.flatten(); });
@@ -208,58 +219,56 @@ void MainWindow::buildLayerMenus() {
         [this] { model_.stampVisible(); });
 }
 
-void MainWindow::buildToolBars() {
-    auto* palette = new QToolBar("Tools", this);
-    palette->setObjectName("tools");
-    palette->setMovable(false);
-    addToolBar(Qt::LeftToolBarArea, palette);
-    tools_ = new QActionGroup(this);
-    for (Tool t : {Tool::move, Tool::magicWand}) {
-        auto* action = palette->addAction(QString::fromUtf8(displayName(t).data()));
-        action->setCheckable(true);
-        action->setToolTip(QString::fromUtf8(displayName(t).data()) + " — " +
-                           QString::fromUtf8(tip(t).data()));
-        action->setData(int(t));
-        tools_->addAction(action);
-        connect(action, &QAction::triggered, this, [this, t] {
-            model_.setTool(t);
-            model_.setStatus(std::string(tip(t)));
-        });
-    }
+void MainWindow::buildLayout() {
+    auto* root = new QWidget;
+    auto* column = new QVBoxLayout(root);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    header_ = new HeaderBar(model_);
+    column->addWidget(header_);
 
-    wandOptions_ = new QToolBar("Options", this);
-    wandOptions_->setObjectName("options");
-    wandOptions_->setMovable(false);
-    addToolBar(Qt::TopToolBarArea, wandOptions_);
-    modes_ = new QActionGroup(this);
-    const std::pair<const char*, SelectionOp> modes[] = {{"New selection", SelectionOp::replace},
-                                                         {"Add (or hold Shift)", SelectionOp::add},
-                                                         {"Subtract (or hold Alt)", SelectionOp::subtract},
-                                                         {"Intersect", SelectionOp::intersect}};
-    const char* modeLabels[] = {"New", "Add", "Subtract", "Intersect"};
-    int i = 0;
-    for (const auto& [help, op] : modes) {
-        auto* action = wandOptions_->addAction(modeLabels[i++]);
-        action->setToolTip(help);
-        action->setCheckable(true);
-        modes_->addAction(action);
-        connect(action, &QAction::triggered, this, [this, op = op] {
-            model_.selectionMode = op;
-            model_.notify();
-        });
-    }
-    wandOptions_->addSeparator();
-    wandOptions_->addWidget(new QLabel(" Tolerance "));
-    tolerance_ = new QSpinBox;
-    tolerance_->setRange(0, 255);
-    wandOptions_->addWidget(tolerance_);
-    connect(tolerance_, &QSpinBox::valueChanged, this, [this](int v) { model_.wandTolerance = v; });
-    contiguous_ = new QCheckBox("Contiguous");
-    wandOptions_->addWidget(contiguous_);
-    connect(contiguous_, &QCheckBox::toggled, this, [this](bool on) { model_.wandContiguous = on; });
-    allLayers_ = new QCheckBox("All layers");
-    wandOptions_->addWidget(allLayers_);
-    connect(allLayers_, &QCheckBox::toggled, this, [this](bool on) { model_.sampleAllLayers = on; });
+    auto* split = new QSplitter(Qt::Horizontal);
+    split->setChildrenCollapsible(false);
+    auto* left = new QWidget;
+    auto* row = new QHBoxLayout(left);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(0);
+    auto* palette = new ToolPalette(model_);
+    palette->setFixedWidth(52);
+    row->addWidget(palette);
+    auto* centre = new QWidget;
+    auto* centreColumn = new QVBoxLayout(centre);
+    centreColumn->setContentsMargins(0, 0, 0, 0);
+    centreColumn->setSpacing(0);
+    centreColumn->addWidget(new OptionsBar(model_));
+    centre_ = new QStackedWidget;
+    empty_ = new EmptyState(model_);
+    centre_->addWidget(canvas_);
+    centre_->addWidget(empty_);
+    centreColumn->addWidget(centre_, 1);
+    status_ = new StatusBar(model_);
+    centreColumn->addWidget(status_);
+    row->addWidget(centre, 1);
+    split->addWidget(left);
+    canvas_->onCursor = [this] { status_->showCursor(); };
+
+    auto* side = new QSplitter(Qt::Vertical);
+    side->setChildrenCollapsible(false);
+    sideTabs_ = new QTabWidget;
+    sideTabs_->setDocumentMode(true);
+    sideTabs_->addTab(new PropertiesPanel(model_), "Properties");
+    sideTabs_->addTab(new AdjustPanel(model_), "Adjust");
+    sideTabs_->addTab(new HistoryPanel(model_, nullptr), "History");
+    side->addWidget(sideTabs_);
+    side->addWidget(new LayersPanel(model_, nullptr));
+    side->setSizes({460, 420});
+    side->setMinimumWidth(300);
+    split->addWidget(side);
+    split->setStretchFactor(0, 1);
+    split->setStretchFactor(1, 0);
+    split->setSizes({1130, 350});
+    column->addWidget(split, 1);
+    setCentralWidget(root);
 }
 
 void MainWindow::rebuildRecentMenu() {
@@ -277,11 +286,19 @@ void MainWindow::rebuildRecentMenu() {
 }
 
 void MainWindow::sync() {
-    statusLabel_->setText(QString::fromStdString(model_.status));
     auto* session = model_.current();
     auto* doc = model_.doc();
-    emptyHint_->setVisible(!session);
-    zoomLabel_->setText(session ? QString("%1%").arg(qRound(session->zoom * 100)) : QString());
+    centre_->setCurrentWidget(session ? static_cast<QWidget*>(canvas_) : empty_);
+    // A new adjustment layer is made to be set: its settings come to the front.
+    const auto active = doc ? doc->activeID : std::nullopt;
+    if (active != lastActive_) {
+        lastActive_ = active;
+        const auto layer = model_.activeLayer();
+        if (layer && layer->adjustment && doc->undoName().value_or("").starts_with("New "))
+            sideTabs_->setCurrentIndex(0);
+    }
+    for (QAction* action : needPicture_)
+        action->setEnabled(doc != nullptr);
     setWindowTitle(session ? QString("%1%2 — KORV Lumenary")
                                  .arg(QString::fromStdString(session->name), session->isDirty() ? " •" : "")
                            : QString("KORV Lumenary"));
@@ -289,13 +306,6 @@ void MainWindow::sync() {
     const auto redoName = doc ? doc->redoName() : std::nullopt;
     undo_->setText(undoName && doc->canUndo() ? "Undo " + QString::fromStdString(*undoName) : "Undo");
     redo_->setText(redoName && doc->canRedo() ? "Redo " + QString::fromStdString(*redoName) : "Redo");
-    for (QAction* action : tools_->actions())
-        action->setChecked(action->data().toInt() == int(model_.tool));
-    wandOptions_->setVisible(model_.tool == Tool::magicWand);
-    modes_->actions().at(int(model_.selectionMode))->setChecked(true);
-    tolerance_->setValue(int(std::lround(model_.wandTolerance)));
-    contiguous_->setChecked(model_.wandContiguous);
-    allLayers_->setChecked(model_.sampleAllLayers);
     if (model_.busy) {
         busyOverlay_->setText(QString::fromStdString(*model_.busy));
         busyOverlay_->setGeometry(rect());
@@ -328,6 +338,8 @@ void MainWindow::presentAlertAndSheet() {
             ExportDialog(model_, this).exec();
         } else if (sheet.kind == Sheet::Kind::refine) {
             RefineDialog(model_, sheet.argument, this).exec();
+        } else if (sheet.kind == Sheet::Kind::layerEffects) {
+            model_.setStatus("Layer effects aren't available yet.");
         } else if (sheet.kind == Sheet::Kind::recovery) {
             if (!model_.pendingRecovery().empty())
                 RecoveryDialog(model_, this).exec();
@@ -355,7 +367,6 @@ void MainWindow::closeEvent(QCloseEvent* event) {
 void MainWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
     busyOverlay_->setGeometry(rect());
-    emptyHint_->setGeometry(canvas_->rect());
 }
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
@@ -363,9 +374,11 @@ void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
 }
 
 void MainWindow::dropEvent(QDropEvent* event) {
+    std::vector<std::filesystem::path> files;
     for (const QUrl& url : event->mimeData()->urls())
-        if (url.isLocalFile()) model_.open(url.toLocalFile().toStdString());
+        if (url.isLocalFile()) files.emplace_back(url.toLocalFile().toStdString());
     event->acceptProposedAction();
+    model_.openAll(files);
 }
 
 } // namespace korv

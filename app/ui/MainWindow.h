@@ -8,15 +8,18 @@
 class QLabel;
 class QMenu;
 class QAction;
-class QActionGroup;
-class QCheckBox;
-class QSpinBox;
+class QStackedWidget;
+class QTabWidget;
 class QToolBar;
 
 namespace korv {
 
 class CanvasView;
+class EmptyState;
+class HeaderBar;
+class PropertiesPanel;
 class QtHost;
+class StatusBar;
 
 class MainWindow : public QMainWindow {
 public:
@@ -24,6 +27,9 @@ public:
     ~MainWindow() override;
 
     CanvasView& canvas() { return *canvas_; }
+    HeaderBar& header() { return *header_; }
+    // The tabbed column on the right: "Properties", "Adjust", "History".
+    QTabWidget& sideTabs() { return *sideTabs_; }
     // Lets the window close without asking (tests and tooling).
     void setQuitWithoutAsking(bool on) { quitWithoutAsking_ = on; }
 
@@ -37,8 +43,8 @@ protected:
 private:
     void buildMenus();
     void buildLayerMenus();
-    // The tools that work so far, and the options of the chosen one.
-    void buildToolBars();
+    // The header, the tool palette, the centre column and the panels on the right.
+    void buildLayout();
     void rebuildRecentMenu();
     void sync();
     void presentAlertAndSheet();
@@ -46,20 +52,19 @@ private:
     StudioModel& model_;
     QtHost& host_;
     CanvasView* canvas_;
-    QLabel* statusLabel_;
-    QLabel* zoomLabel_;
+    HeaderBar* header_ = nullptr;
+    StatusBar* status_ = nullptr;
+    EmptyState* empty_ = nullptr;
+    QStackedWidget* centre_ = nullptr;
+    QTabWidget* sideTabs_ = nullptr;
     QLabel* busyOverlay_;
-    QLabel* emptyHint_;
+    // Commands that mean nothing without a picture; greyed while none is open.
+    QList<QAction*> needPicture_;
     QMenu* recentMenu_ = nullptr;
     QAction* undo_ = nullptr;
     QAction* redo_ = nullptr;
-    QToolBar* wandOptions_ = nullptr;
-    QActionGroup* tools_ = nullptr;
-    QActionGroup* modes_ = nullptr;
-    QSpinBox* tolerance_ = nullptr;
-    QCheckBox* contiguous_ = nullptr;
-    QCheckBox* allLayers_ = nullptr;
     int observer_ = 0;
+    std::optional<Uuid> lastActive_;
     std::optional<Uuid> shownAlert_;
     bool presenting_ = false;
     bool quitWithoutAsking_ = false;

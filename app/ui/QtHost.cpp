@@ -3,9 +3,9 @@
 #include "app/model/FileNames.h"
 
 #include <QApplication>
-#include <QEventLoop>
 #include <QBuffer>
 #include <QClipboard>
+#include <QEventLoop>
 #include <QFileDialog>
 #include <QImage>
 #include <QMessageBox>
@@ -51,11 +51,12 @@ private:
 
 std::vector<std::filesystem::path> QtHost::openPanel(const OpenPanelRequest& request) {
     QStringList names;
+    const QString folder = QString::fromStdString(request.folder.string());
     if (request.multiple)
-        names = QFileDialog::getOpenFileNames(window_, QString::fromStdString(request.message), QString(),
+        names = QFileDialog::getOpenFileNames(window_, QString::fromStdString(request.message), folder,
                                               pictureFilter());
-    else if (auto one = QFileDialog::getOpenFileName(window_, QString::fromStdString(request.message),
-                                                     QString(), pictureFilter());
+    else if (auto one = QFileDialog::getOpenFileName(window_, QString::fromStdString(request.message), folder,
+                                                     pictureFilter());
              !one.isEmpty())
         names << one;
     std::vector<std::filesystem::path> paths;
@@ -66,10 +67,18 @@ std::vector<std::filesystem::path> QtHost::openPanel(const OpenPanelRequest& req
 
 std::optional<std::filesystem::path> QtHost::savePanel(const SavePanelRequest& request) {
     const QString extension = QString::fromStdString(request.extension);
-    QString name = QFileDialog::getSaveFileName(
-        window_, request.message.empty() ? QString("Save") : QString::fromStdString(request.message),
-        QString::fromStdString(request.suggestedName),
-        QString("%1 (*.%2)").arg(extension.toUpper(), extension));
+    // The message is a sentence, too long for a title bar: it goes in the tooltip.
+    const auto proposed = request.folder.empty() ? std::filesystem::path(request.suggestedName)
+                                                 : request.folder / request.suggestedName;
+    QFileDialog dialog(window_,
+                       request.title.empty() ? QString("Save") : QString::fromStdString(request.title),
+                       QString::fromStdString(proposed.parent_path().string()),
+                       QString("%1 (*.%2)").arg(extension.toUpper(), extension));
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    dialog.selectFile(QString::fromStdString(proposed.string()));
+    dialog.setToolTip(QString::fromStdString(request.message));
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return std::nullopt;
+    QString name = dialog.selectedFiles().first();
     if (name.isEmpty()) return std::nullopt;
     return std::filesystem::path(withExtension(name.toStdString(), request.extension));
 }

@@ -1,5 +1,6 @@
 #include "app/ui/Sheets.h"
 
+#include "app/ui/ValueSlider.h"
 #include "engine/core/Constants.h"
 
 #include <QComboBox>
@@ -11,10 +12,9 @@
 #include <QIcon>
 #include <QLabel>
 #include <QListWidget>
-#include <QMessageBox>
 #include <QLocale>
+#include <QMessageBox>
 #include <QPushButton>
-#include <QSlider>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
@@ -60,17 +60,11 @@ RefineDialog::RefineDialog(StudioModel& model, const std::string& kind, QWidget*
     QString title = QString::fromStdString(kind);
     if (!title.isEmpty()) title[0] = title[0].toUpper();
     setWindowTitle(title + " Selection");
-    auto* amount = new QSlider(Qt::Horizontal);
-    amount->setRange(1, 200);
+    // The number beside the slider shows the amount and takes a typed one.
+    auto* amount = new ValueSlider(kind == "smooth" ? "Smoothness" : "Pixels", 1, 200, 0, 1, " px");
     amount->setValue(kind == "border" ? 10 : 5);
-    auto* readout = new QLabel;
-    auto show = [readout](int v) { readout->setText(QString("%1 px").arg(v)); };
-    show(amount->value());
-    connect(amount, &QSlider::valueChanged, this, show);
     auto* row = new QHBoxLayout;
-    row->addWidget(new QLabel(kind == "smooth" ? "Smoothness" : "Pixels"));
     row->addWidget(amount, 1);
-    row->addWidget(readout);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     buttons->button(QDialogButtonBox::Ok)->setText("Apply");
     auto* layout = new QVBoxLayout(this);

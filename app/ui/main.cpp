@@ -91,8 +91,8 @@ int main(int argc, char** argv) {
     if (options->autosaveInterval) model.prefs.autosaveSeconds = *options->autosaveInterval;
     korv::MainWindow window(model, host);
     window.show();
-    for (const auto& file : options->files)
-        model.open(file);
+    // Every file that fails is told in one alert, not only the last.
+    model.openAll(std::vector<std::filesystem::path>(options->files.begin(), options->files.end()));
 
     if (options->recoverAll)
         for (const auto& item : model.pendingRecovery())

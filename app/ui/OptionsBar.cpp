@@ -1,0 +1,61 @@
+#include "app/ui/OptionsBar.h"
+
+#include "app/ui/ValueSlider.h"
+
+#include <QActionGroup>
+#include <QCheckBox>
+#include <QSlider>
+
+namespace korv {
+
+OptionsBar::OptionsBar(StudioModel& model, QWidget* parent)
+    : QToolBar("Options", parent), model_(model), modes_(new QActionGroup(this)),
+      tolerance_(new ValueSlider("Tolerance", 0, 255)), contiguous_(new QCheckBox("Contiguous")),
+      allLayers_(new QCheckBox("All layers")) {
+    setObjectName("options");
+    setMovable(false);
+    setMinimumHeight(30);
+    const std::pair<const char*, SelectionOp> modes[] = {{"New selection", SelectionOp::replace},
+                                                         {"Add (or hold Shift)", SelectionOp::add},
+                                                         {"Subtract (or hold Alt)", SelectionOp::subtract},
+                                                         {"Intersect", SelectionOp::intersect}};
+    const char* labels[] = {"New", "Add", "Subtract", "Intersect"};
+    int i = 0;
+    for (const auto& [help, op] : modes) {
+        auto* action = addAction(labels[i++]);
+        action->setToolTip(help);
+        action->setCheckable(true);
+        modes_->addAction(action);
+        connect(action, &QAction::triggered, this, [this, op = op] {
+            model_.selectionMode = op;
+            model_.notify();
+        });
+    }
+    addSeparator();
+    tolerance_->setLabelWidth(70);
+    tolerance_->setFixedWidth(300);
+    tolerance_->setToolTip("How alike colors must be to be selected (0 to 255)");
+    tolerance_->changed = [this](double v) { model_.wandTolerance = v; };
+    addWidget(tolerance_);
+    addWidget(contiguous_);
+    connect(contiguous_, &QCheckBox::toggled, this, [this](bool on) { model_.wandContiguous = on; });
+    addWidget(allLayers_);
+    connect(allLayers_, &QCheckBox::toggled, this, [this](bool on) { model_.sampleAllLayers = on; });
+    observer_ = model_.observe([this] { sync(); });
+    sync();
+}
+
+OptionsBar::~OptionsBar() {
+    model_.unobserve(observer_);
+}
+
+void OptionsBar::sync() {
+    for (QAction* action : actions())
+        action->setVisible(model_.tool == Tool::magicWand);
+    modes_->actions().at(int(model_.selectionMode))->setChecked(true);
+    tolerance_->setValue(model_.wandTolerance);
+    contiguous_->setChecked(model_.wandContiguous);
+    allLayers_->setChecked(model_.sampleAllLayers);
+}
+
+} // namespace korv
