@@ -6,6 +6,23 @@
 
 namespace korv {
 
+namespace {
+
+std::string transformStatus(TransformMode mode) {
+    switch (mode) {
+    case TransformMode::perspective:
+        return "Drag the four corners. Return applies, Esc cancels.";
+    case TransformMode::warp:
+        return "Drag the 16 warp points. Return applies, Esc cancels.";
+    case TransformMode::free:
+        break;
+    }
+    return "Drag inside to move, corners to scale (Shift keeps proportions), outside a corner to rotate. "
+           "Return applies.";
+}
+
+} // namespace
+
 void StudioModel::beginTransform(TransformMode mode) {
     if (!doc()) return;
     cancelLive();
@@ -22,19 +39,7 @@ void StudioModel::beginTransform(TransformMode mode) {
     }
     transform->mode = mode;
     previewTransform(*doc(), *transform);
-    switch (mode) {
-    case TransformMode::free:
-        status =
-            "Drag inside to move, corners to scale (Shift keeps proportions), outside a corner to rotate. "
-            "Return applies.";
-        break;
-    case TransformMode::perspective:
-        status = "Drag the four corners. Return applies, Esc cancels.";
-        break;
-    case TransformMode::warp:
-        status = "Drag the 16 warp points. Return applies, Esc cancels.";
-        break;
-    }
+    status = transformStatus(mode);
     refresh(false);
 }
 
@@ -49,6 +54,7 @@ void StudioModel::setTransformMode(TransformMode mode) {
         for (size_t i = 0; i < 16; ++i)
             transform->warp[i] = h.map(double(i & 3) / 3, double(i >> 2) / 3);
     }
+    status = transformStatus(mode);
     updateTransform();
 }
 

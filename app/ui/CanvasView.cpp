@@ -1,11 +1,13 @@
 #include "app/ui/CanvasView.h"
 
 #include "app/model/CanvasZoom.h"
+#include "app/model/TransformHandles.h"
 #include "engine/render/StudioRenderer.h"
 
 #include <QGraphicsPathItem>
 #include <QGraphicsPixmapItem>
 #include <QGraphicsRectItem>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QTimer>
@@ -95,6 +97,12 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
         item->setZValue(10);
         item->setVisible(false);
     }
+    // A live transform's outline and handles, drawn in view coordinates so
+    // that they keep their size at any zoom.
+    transformOutline_ = scene_.addPath(QPainterPath(), QPen(QColor(40, 150, 255), 1.5));
+    transformHandles_ = scene_.addPath(QPainterPath(), QPen(QColor(40, 150, 255), 1.5), QBrush(Qt::white));
+    for (auto* item : {transformOutline_, transformHandles_})
+        item->setZValue(20);
     antsTimer_ = new QTimer(this);
     antsTimer_->setInterval(120);
     connect(antsTimer_, &QTimer::timeout, this, [this] {
@@ -174,6 +182,38 @@ void CanvasView::clear() {
 void CanvasView::refresh() {
     flush();
     updateSelectionOutline();
+    updateTransformOverlay();
+}
+
+void CanvasView::updateTransformOverlay() {
+    QPainterPath outline, handles;
+    if (session_ && model_.transform) {
+        const TransformSession& t = *model_.transform;
+        const QTransform view = viewTransform();
+        auto at = [&](Point p) { return view.map(QPointF(p.x, p.y)); };
+        const std::vector<Point> corners = t.shownCorners();
+        if (t.mode == TransformMode::warp) {
+            // The bent grid shows what the points do to the picture.
+            const auto mesh = t.lattice(12);
+            for (size_t i = 0; i < mesh.size(); i += 3) {
+                outline.moveTo(at(mesh[i][0]));
+                for (size_t k = 1; k < mesh[i].size(); ++k)
+                    outline.lineTo(at(mesh[i][k]));
+                outline.moveTo(at(mesh[0][i]));
+                for (size_t k = 1; k < mesh.size(); ++k)
+                    outline.lineTo(at(mesh[k][i]));
+            }
+        } else {
+            outline.moveTo(at(corners[0]));
+            for (size_t i = 1; i < corners.size(); ++i)
+                outline.lineTo(at(corners[i]));
+            outline.closeSubpath();
+        }
+        for (const Point& p : transformHandlePoints(t))
+            handles.addEllipse(at(p), 5, 5);
+    }
+    transformOutline_->setPath(outline);
+    transformHandles_->setPath(handles);
 }
 
 void CanvasView::stash() {
@@ -260,6 +300,7 @@ void CanvasView::applyViewTransform() {
     const StudioDocument& doc = *session_->doc;
     antsLight_->setTransform(t);
     antsDark_->setTransform(t);
+    updateTransformOverlay();
     const QRectF page = snapped(doc.grid.bounds());
     checker_->setRect(page);
     shadow_->setRect(page.translated(0, 5).adjusted(-4, -4, 4, 4));
@@ -338,7 +379,34 @@ void CanvasView::wheelEvent(QWheelEvent* event) {
 
 void CanvasView::mousePressEvent(QMouseEvent* event) {
     if (!session_) return;
-    if (model_.tool == Tool::magicWand && event->button() == Qt::LeftButton) {
+    const bool left = event->button() == Qt::LeftButton;
+    const bool panRequest = event->button() == Qt::MiddleButton || spaceDown_;
+    if (left && !panRequest && model_.transform) {
+        const QPointF q = toPicture(event->position());
+        const Point p{q.x(), q.y()};
+        std::optional<int> handle = transformHit(*model_.transform, p, session_->zoom);
+        if (!handle) handle = transformMiss(*model_.transform, p);
+        if (handle) {
+            transformHandle_ = handle;
+            transformStart_ = TransformStart::of(*model_.transform, p);
+        }
+        return;
+    }
+    if (left && !panRequest && model_.tool == Tool::move) {
+        const auto layer = model_.activeLayer();
+        if (!layer) return;
+        if (layer->isLocked) {
+            model_.setStatus("\u201C" + layer->name +
+                             "\u201D is locked. Unlock it in the Layers panel to change it.");
+            return;
+        }
+        moving_ = layer->id;
+        moveStart_ = toPicture(event->position());
+        moveOffset_ = {0, 0};
+        viewport()->setCursor(Qt::SizeAllCursor);
+        return;
+    }
+    if (!panRequest && model_.tool == Tool::magicWand && left) {
         const QPointF p = toPicture(event->position());
         // Shift adds, Alt takes away, both keep only the overlap.
         const auto mods = event->modifiers();
@@ -368,6 +436,26 @@ void CanvasView::mouseMoveEvent(QMouseEvent* event) {
             if (onCursor) onCursor();
         }
     }
+    if (session_ && transformHandle_ && model_.transform) {
+        const QPointF q = toPicture(event->position());
+        dragTransform(*model_.transform, transformStart_, *transformHandle_, {q.x(), q.y()},
+                      event->modifiers() & Qt::ShiftModifier);
+        model_.updateTransform();
+        return;
+    }
+    if (session_ && moving_) {
+        // The layer follows the pointer in whole pixels; history sees one
+        // step when the button comes up.
+        const QPointF d = toPicture(event->position()) - moveStart_;
+        const QPoint offset(int(std::lround(d.x())), int(std::lround(d.y())));
+        if (offset == moveOffset_) return;
+        moveOffset_ = offset;
+        StudioDocument& doc = *session_->doc;
+        doc.revertToLastCommit();
+        doc.offsetLayer(*moving_, offset.x(), offset.y());
+        flush();
+        return;
+    }
     if (!panning_ || !session_) return;
     const QPointF delta = event->position() - lastDrag_;
     lastDrag_ = event->position();
@@ -385,7 +473,35 @@ void CanvasView::leaveEvent(QEvent* event) {
 
 void CanvasView::mouseReleaseEvent(QMouseEvent*) {
     panning_ = false;
+    transformHandle_.reset();
     viewport()->unsetCursor();
+    if (moving_ && session_) {
+        const Uuid id = *moving_;
+        moving_.reset();
+        session_->doc->revertToLastCommit();
+        if (moveOffset_.isNull())
+            model_.refresh(true);
+        else if (model_.activeLayer() && model_.activeLayer()->id == id)
+            model_.moveLayerBy(moveOffset_.x(), moveOffset_.y());
+    }
+}
+
+void CanvasView::keyPressEvent(QKeyEvent* event) {
+    if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
+        spaceDown_ = true;
+        viewport()->setCursor(Qt::OpenHandCursor);
+        return;
+    }
+    QGraphicsView::keyPressEvent(event);
+}
+
+void CanvasView::keyReleaseEvent(QKeyEvent* event) {
+    if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
+        spaceDown_ = false;
+        viewport()->unsetCursor();
+        return;
+    }
+    QGraphicsView::keyReleaseEvent(event);
 }
 
 } // namespace korv

@@ -5,6 +5,7 @@
 // a drag pans; with the magic wand a click selects. The selection's outline
 // is drawn as marching ants of constant width at any zoom.
 #include "app/model/StudioModel.h"
+#include "app/model/TransformHandles.h"
 
 #include <QGraphicsView>
 #include <map>
@@ -24,7 +25,7 @@ public:
     void showSession(DocSession& session) override;
     void clear() override;
     void refresh() override;
-    bool isBusy() const override { return panning_; }
+    bool isBusy() const override { return panning_ || moving_ || transformHandle_; }
 
     // Renders the dirty tiles now.
     void flush();
@@ -43,6 +44,8 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void leaveEvent(QEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
 
 private:
     void rebuildTiles();
@@ -51,6 +54,8 @@ private:
     // Drops the kept tiles of pictures that have been closed.
     void prune();
     void updateSelectionOutline();
+    // The outline and handles of a live transform, or nothing.
+    void updateTransformOverlay();
     // The picture pixel under a view point.
     QPointF toPicture(const QPointF& view) const;
     void applyViewTransform();
@@ -74,6 +79,15 @@ private:
     // Tiles of the pictures not in front, so that switching back draws at once.
     std::map<Uuid, std::vector<QGraphicsPixmapItem*>> kept_;
     bool panning_ = false;
+    bool spaceDown_ = false;
+    QGraphicsPathItem* transformOutline_ = nullptr;
+    QGraphicsPathItem* transformHandles_ = nullptr;
+    std::optional<int> transformHandle_;
+    TransformStart transformStart_;
+    // The Move tool's drag: the layer, where it began and the offset shown.
+    std::optional<Uuid> moving_;
+    QPointF moveStart_;
+    QPoint moveOffset_;
     QPointF lastDrag_;
 };
 

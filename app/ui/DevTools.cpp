@@ -329,6 +329,28 @@ int writeSnapshots(const std::string& folderName) {
         model.addLayer();
         shoot("two-pictures.png");
 
+        // Transforms as they are dragged: the free box turned, then a warp.
+        model.select(model.doc()->layers[0].id);
+        model.beginTransform(TransformMode::free);
+        if (model.transform) {
+            const IRect src = model.transform->source;
+            const double cx = double(src.x) + double(src.w) / 2, cy = double(src.y) + double(src.h) / 2;
+            model.transform->affine = AffineTransform::translation(-cx, -cy)
+                                          .then(AffineTransform::rotation(0.25))
+                                          .then(AffineTransform::scale(0.7, 0.7))
+                                          .then(AffineTransform::translation(cx, cy));
+            model.updateTransform();
+        }
+        shoot("transform-free.png");
+        model.setTransformMode(TransformMode::warp);
+        if (model.transform) {
+            model.transform->warp[5].x += 150;
+            model.transform->warp[10].y += 120;
+            model.updateTransform();
+        }
+        shoot("transform-warp.png");
+        model.cancelTransform();
+
         // What a save or open that takes a while shows over the window.
         model.setBusy("Saving \u201CPortrait.korvstudio\u201D\u2026");
         settle();

@@ -120,6 +120,18 @@ void MainWindow::buildMenus() {
 
     edit->addSeparator();
     add(edit, "Take History Snapshot", {}, [this] { model_.takeSnapshot(); });
+    edit->addSeparator();
+    add(edit, "Free Transform", QKeySequence("Ctrl+T"),
+        [this] { model_.beginTransform(TransformMode::free); });
+    add(edit, "Perspective", {}, [this] { model_.beginTransform(TransformMode::perspective); });
+    add(edit, "Warp", {}, [this] { model_.beginTransform(TransformMode::warp); });
+    // Return and Esc reach these only while a transform is live: the items
+    // are disabled otherwise.
+    applyTransform_ =
+        add(edit, "Apply Transform", QKeySequence(Qt::Key_Return), [this] { model_.applyTransform(); });
+    applyTransform_->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
+    cancelTransform_ =
+        add(edit, "Cancel Transform", QKeySequence(Qt::Key_Escape), [this] { model_.cancelTransform(); });
 
     buildLayerMenus();
 
@@ -179,6 +191,19 @@ void MainWindow::buildLayerMenus() {
     for (int i = 0; i < kAdjustmentTypeCount; ++i)
         add(adjustments, QString::fromUtf8(displayName(AdjustmentType(i)).data()).replace("&", "&&"), {},
             [this, i] { model_.addAdjustment(AdjustmentType(i)); });
+    add(image, "Image Size…", QKeySequence("Ctrl+Alt+I"), [this] {
+        if (model_.doc()) model_.setSheet(Sheet{Sheet::Kind::imageSize, ""});
+    });
+    add(image, "Canvas Size…", QKeySequence("Ctrl+Alt+C"), [this] {
+        if (model_.doc()) model_.setSheet(Sheet{Sheet::Kind::canvasSize, ""});
+    });
+    add(image, "Crop to Selection", {}, [this] { model_.cropToSelection(); });
+    image->addSeparator();
+    add(image, "Rotate 90° Clockwise", {}, [this] { model_.rotate(1); });
+    add(image, "Rotate 90° Counter-clockwise", {}, [this] { model_.rotate(3); });
+    add(image, "Rotate 180°", {}, [this] { model_.rotate(2); });
+    add(image, "Flip Horizontal", {}, [this] { model_.flip(true); });
+    add(image, "Flip Vertical", {}, [this] { model_.flip(false); });
     image->addSeparator();
     add(image, "Flatten Image", {}, [this] { model_.flatten(); });
 
@@ -299,6 +324,8 @@ void MainWindow::sync() {
     }
     for (QAction* action : needPicture_)
         action->setEnabled(doc != nullptr);
+    applyTransform_->setEnabled(model_.transform != nullptr);
+    cancelTransform_->setEnabled(model_.transform != nullptr);
     setWindowTitle(session ? QString("%1%2 — KORV Lumenary")
                                  .arg(QString::fromStdString(session->name), session->isDirty() ? " •" : "")
                            : QString("KORV Lumenary"));
@@ -336,6 +363,8 @@ void MainWindow::presentAlertAndSheet() {
             NewPictureDialog(model_, this).exec();
         } else if (sheet.kind == Sheet::Kind::exportPicture) {
             ExportDialog(model_, this).exec();
+        } else if (sheet.kind == Sheet::Kind::imageSize || sheet.kind == Sheet::Kind::canvasSize) {
+            SizeDialog(model_, sheet.kind == Sheet::Kind::canvasSize, this).exec();
         } else if (sheet.kind == Sheet::Kind::refine) {
             RefineDialog(model_, sheet.argument, this).exec();
         } else if (sheet.kind == Sheet::Kind::layerEffects) {

@@ -63,6 +63,8 @@ private:
     QMenu* recentMenu_ = nullptr;
     QAction* undo_ = nullptr;
     QAction* redo_ = nullptr;
+    QAction* applyTransform_ = nullptr;
+    QAction* cancelTransform_ = nullptr;
     int observer_ = 0;
     std::optional<Uuid> lastActive_;
     std::optional<Uuid> shownAlert_;

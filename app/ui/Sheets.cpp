@@ -3,11 +3,14 @@
 #include "app/ui/ValueSlider.h"
 #include "engine/core/Constants.h"
 
+#include <QButtonGroup>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDateTime>
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
@@ -15,8 +18,12 @@
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSignalBlocker>
 #include <QSpinBox>
+#include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <cmath>
 
 namespace korv {
 
@@ -53,6 +60,74 @@ NewPictureDialog::NewPictureDialog(StudioModel& model, QWidget* parent) : QDialo
         if (background->currentIndex() == 1) colour = PaintColor::black();
         model.newDocument(width->value(), height->value(), dpi->value(), colour);
         accept();
+    });
+}
+
+SizeDialog::SizeDialog(StudioModel& model, bool canvas, QWidget* parent) : QDialog(parent) {
+    const StudioDocument* doc = model.doc();
+    if (!doc) return;
+    const int64_t docW = doc->width(), docH = doc->height();
+    setWindowTitle(canvas ? "Canvas Size" : "Image Size");
+    auto* note = new QLabel(canvas ? "Adds or trims space around the picture. Pixels are not resampled."
+                                   : "Resamples every layer (text and shapes stay sharp).");
+    note->setWordWrap(true);
+    auto* form = new QFormLayout;
+    auto* width = new QSpinBox;
+    auto* height = new QSpinBox;
+    for (auto* box : {width, height}) {
+        box->setRange(1, int(kMaxCanvasSide));
+        box->setSuffix(" px");
+        box->setKeyboardTracking(false);
+    }
+    width->setValue(int(docW));
+    height->setValue(int(docH));
+    auto* keep = new QCheckBox("Keep proportions");
+    keep->setChecked(true);
+    form->addRow("Width", width);
+    form->addRow("Height", height);
+    form->addRow("", keep);
+    // One side's change sets the other by the picture's ratio, rounded.
+    auto follow = [=](QSpinBox* from, QSpinBox* to, double ratio) {
+        connect(from, &QSpinBox::valueChanged, this, [=](int v) {
+            if (!keep->isChecked() || to->hasFocus()) return;
+            const QSignalBlocker block(to);
+            to->setValue(std::clamp(int(std::lround(v * ratio)), 1, int(kMaxCanvasSide)));
+        });
+    };
+    follow(width, height, double(docH) / double(docW));
+    follow(height, width, double(docW) / double(docH));
+
+    auto* anchorGrid = new QGridLayout;
+    auto* anchors = new QButtonGroup(this);
+    if (canvas) {
+        anchorGrid->setSpacing(2);
+        for (int i = 0; i < 9; ++i) {
+            auto* b = new QToolButton;
+            b->setCheckable(true);
+            b->setFixedSize(26, 26);
+            b->setToolTip(QString("Anchor %1").arg(i + 1));
+            anchors->addButton(b, i);
+            anchorGrid->addWidget(b, i / 3, i % 3);
+        }
+        anchors->button(4)->setChecked(true);
+        form->addRow("Anchor", anchorGrid);
+    }
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    buttons->button(QDialogButtonBox::Ok)->setText("Apply");
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(note);
+    layout->addLayout(form);
+    layout->addWidget(buttons);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
+        accept();
+        if (canvas) {
+            const int anchor = std::max(anchors->checkedId(), 0);
+            model.resizeCanvas(width->value(), height->value(), double(anchor % 3) / 2,
+                               double(anchor / 3) / 2);
+        } else {
+            model.resizeImage(width->value(), height->value());
+        }
     });
 }
 

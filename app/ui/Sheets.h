@@ -27,6 +27,13 @@ public:
     RefineDialog(StudioModel& model, const std::string& kind, QWidget* parent);
 };
 
+// Image Size (resamples) or Canvas Size (adds or trims space around the
+// picture by a 3 x 3 anchor); Apply runs the command.
+class SizeDialog : public QDialog {
+public:
+    SizeDialog(StudioModel& model, bool canvas, QWidget* parent);
+};
+
 // Each pending copy with its preview, size, layers and date: recover or discard.
 class RecoveryDialog : public QDialog {
 public:

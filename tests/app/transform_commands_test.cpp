@@ -86,3 +86,58 @@ TEST_F(TransformTest, ModeChangesKeepTheShapeAndRefusalsSaySo) {
 
 } // namespace
 } // namespace korv
+
+#include "app/model/TransformHandles.h"
+
+namespace korv {
+namespace {
+
+TEST_F(TransformTest, HandlesHitAndDragAsTheCanvasUsesThem) {
+    model.beginTransform(TransformMode::free);
+    TransformSession& s = *model.transform; // the square (30, 20)-(50, 40)
+    const auto handles = transformHandlePoints(s);
+    ASSERT_EQ(handles.size(), 8u);
+    EXPECT_EQ(handles[1], (Point{40, 20}));
+    EXPECT_EQ(handles[7], (Point{30, 30}));
+    // 9 view points at 2x zoom are 4.5 canvas pixels.
+    EXPECT_EQ(transformHit(s, {50 + 4, 40}, 2.0), 4);
+    EXPECT_FALSE(transformHit(s, {50 + 5, 40}, 2.0));
+    EXPECT_EQ(transformMiss(s, {35, 35}), kTransformMoveAll);
+    EXPECT_EQ(transformMiss(s, {90, 70}), kTransformRotate);
+
+    // The bottom right corner dragged out by 10, 20: the top left stays.
+    TransformStart start = TransformStart::of(s, {50, 40});
+    dragTransform(s, start, 4, {60, 60}, false);
+    auto c = s.shownCorners();
+    EXPECT_NEAR(c[0].x, 30, 1e-9);
+    EXPECT_NEAR(c[2].x, 60, 1e-9);
+    EXPECT_NEAR(c[2].y, 60, 1e-9);
+    // With shift a corner keeps proportions; a side handle scales one way only.
+    dragTransform(s, start, 4, {60, 45}, true);
+    c = s.shownCorners();
+    EXPECT_NEAR(c[2].x - c[0].x, c[2].y - c[0].y, 1e-9);
+    dragTransform(s, start, 3, {70, 90}, false);
+    c = s.shownCorners();
+    EXPECT_NEAR(c[2].x, 70, 1e-9);
+    EXPECT_NEAR(c[2].y, 40, 1e-9);
+
+    // Rotation with shift snaps down to whole 15-degree steps.
+    s.reset();
+    start = TransformStart::of(s, {60, 30}); // right of the centre (40, 30)
+    const double twentyDegrees = 20 * M_PI / 180;
+    dragTransform(s, start, kTransformRotate,
+                  {40 + 20 * std::cos(twentyDegrees), 30 + 20 * std::sin(twentyDegrees)}, true);
+    EXPECT_NEAR(std::atan2(s.affine.b, s.affine.a), 15 * M_PI / 180, 1e-9);
+
+    // Perspective and warp points follow the drag; inside moves them all.
+    model.setTransformMode(TransformMode::perspective);
+    start = TransformStart::of(s, {35, 35});
+    dragTransform(s, start, kTransformMoveAll, {40, 35}, false);
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_NEAR(s.corners[i].x, start.corners[i].x + 5, 1e-9);
+    EXPECT_FALSE(transformMiss(s, {90, 70})); // outside does nothing here
+    model.cancelTransform();
+}
+
+} // namespace
+} // namespace korv
