@@ -73,21 +73,20 @@ and the selection's bounds. Nothing to act on exits 1 and writes nothing.
   set-layer IN OUT --set FIELD=VALUE...
                                 name, opacity, fillOpacity, blendMode, visible,
                                 locked, clipping or maskEnabled, each a step
-  image-size IN OUT --size W,H  resample the picture; text and shapes stay sharp
-  canvas-size IN OUT --size W,H [--anchor AX,AY]
+  resize IN OUT --size WxH      resample the picture; text and shapes stay sharp
+  canvas IN OUT --size WxH [--anchor AX,AY]
                                 the canvas around the picture, placed by the
                                 anchor (0,0 top left; default 0.5,0.5)
+  crop IN OUT [--rect X,Y,W,H]  to the rectangle, or to the selection's bounds
   rotate IN OUT --turns N       clockwise quarter turns
-  flip-horizontal IN OUT        mirror the picture
-  flip-vertical IN OUT
-  crop IN OUT                   to the selection's bounds
-  move-layer IN OUT --by DX,DY  move the target layer; its mask stays
-  transform IN OUT [--mode free|perspective|warp] [options]
-                                transform the target's pixels (or mask) under
+  flip IN OUT --horizontal|--vertical
+                                mirror the picture
+  move IN OUT --by DX,DY        move the target layer; its mask stays
+  transform IN OUT [options]    transform the target's pixels (or mask) under
                                 the selection, or all its content: free with
                                 --scale SX,SY, --rotate DEGREES (clockwise)
                                 and --translate DX,DY about the area's centre,
-                                or --matrix A,B,C,D,TX,TY; perspective with
+                                or --affine A,B,C,D,TX,TY; perspective with
                                 --corners X0,Y0,...,X3,Y3 (top left, top right,
                                 bottom right, bottom left); warp with --warp
                                 and 16 points, row by row
@@ -299,8 +298,9 @@ void writeSelection(const StudioDocument& doc, const std::string& out) {
 }
 
 std::pair<int64_t, int64_t> canvasSize(const Args& a, const std::string& command) {
-    const auto text = a.value("--size");
-    if (!text) throw UsageError(command + " needs --size W,H in pixels.");
+    auto text = a.value("--size");
+    if (!text) throw UsageError(command + " needs --size WxH in pixels.");
+    std::replace(text->begin(), text->end(), 'x', ',');
     const auto size = numbers(*text, 2, "size");
     for (double v : size)
         if (v != std::floor(v) || v < 1 || v > double(kMaxCanvasSide))
@@ -385,14 +385,14 @@ const std::vector<Command>& commands() {
                  setLayerField(m, id, field, value);
              }
          }},
-        {"image-size",
+        {"resize",
          [](StudioModel& m, const Args& a, const Steps&) {
-             const auto size = canvasSize(a, "image-size");
+             const auto size = canvasSize(a, "resize");
              m.resizeImage(size.first, size.second);
          }},
-        {"canvas-size",
+        {"canvas",
          [](StudioModel& m, const Args& a, const Steps&) {
-             const auto size = canvasSize(a, "canvas-size");
+             const auto size = canvasSize(a, "canvas");
              const auto it = a.value("--anchor");
              const auto anchor = it ? numbers(*it, 2, "anchor") : std::vector<double>{0.5, 0.5};
              if (anchor[0] < 0 || anchor[0] > 1 || anchor[1] < 0 || anchor[1] > 1)
@@ -409,13 +409,25 @@ const std::vector<Command>& commands() {
                  throw UsageError("the number of turns must be a whole number.");
              m.rotate(int64_t(turns));
          }},
-        {"flip-horizontal", [](StudioModel& m, const Args&, const Steps&) { m.flip(true); }},
-        {"flip-vertical", [](StudioModel& m, const Args&, const Steps&) { m.flip(false); }},
-        {"crop", [](StudioModel& m, const Args&, const Steps&) { m.cropToSelection(); }},
-        {"move-layer",
+        {"flip",
+         [](StudioModel& m, const Args& a, const Steps&) {
+             const bool h = a.has("--horizontal"), v = a.has("--vertical");
+             if (h == v) throw UsageError("flip takes --horizontal or --vertical.");
+             m.flip(h);
+         }},
+        {"crop",
+         [](StudioModel& m, const Args& a, const Steps&) {
+             const auto rect = a.value("--rect");
+             if (!rect) return m.cropToSelection();
+             const auto r = numbers(*rect, 4, "rectangle");
+             if (!(r[2] > 0 && r[3] > 0)) throw UsageError("the rectangle needs a width and height above 0.");
+             m.cropRect = CanvasRect{r[0], r[1], r[2], r[3]};
+             m.applyCrop();
+         }},
+        {"move",
          [](StudioModel& m, const Args& a, const Steps&) {
              const auto it = a.value("--by");
-             if (!it) throw UsageError("move-layer needs --by DX,DY in pixels.");
+             if (!it) throw UsageError("move needs --by DX,DY in pixels.");
              const auto by = numbers(*it, 2, "offset");
              if (by[0] != std::floor(by[0]) || by[1] != std::floor(by[1]) || std::fabs(by[0]) > 1e6 ||
                  std::fabs(by[1]) > 1e6)
@@ -424,7 +436,10 @@ const std::vector<Command>& commands() {
          }},
         {"transform",
          [](StudioModel& m, const Args& a, const Steps&) {
-             const std::string modeName = a.value("--mode").value_or("free");
+             // The mode follows from the points given, unless it is named.
+             const std::string modeName = a.value("--mode").value_or(a.has("--corners") ? "perspective"
+                                                                     : a.has("--warp")  ? "warp"
+                                                                                        : "free");
              const auto mode = transformModeFromString(modeName);
              if (!mode) throw UsageError("the mode must be free, perspective or warp.");
              m.beginTransform(*mode);
@@ -445,7 +460,7 @@ const std::vector<Command>& commands() {
                                               .then(AffineTransform::scale(scale[0], scale[1]))
                                               .then(AffineTransform::rotation(degrees * M_PI / 180))
                                               .then(AffineTransform::translation(cx + move[0], cy + move[1]));
-                 if (const auto matrix = a.value("--matrix")) {
+                 if (const auto matrix = a.value("--affine")) {
                      const auto v = numbers(*matrix, 6, "matrix");
                      affine = {v[0], v[1], v[2], v[3], v[4], v[5]};
                  }
@@ -494,8 +509,8 @@ int runModelCommand(std::string_view name, int argc, char** argv) {
     const Steps steps = isSelect ? takeSteps(argc, argv, rest) : Steps{};
     if (!isSelect) rest.assign(argv, argv + argc);
     OptionSpec spec{{"--set", "--type", "--kind", "--size", "--anchor", "--turns", "--by", "--mode",
-                     "--scale", "--rotate", "--translate", "--matrix", "--corners", "--warp"},
-                    {"--json"}};
+                     "--scale", "--rotate", "--translate", "--affine", "--corners", "--warp", "--rect"},
+                    {"--json", "--horizontal", "--vertical"}};
     addTargetOptions(spec);
     addSelectionOptions(spec);
     const Args args = parse(int(rest.size()), rest.data(), spec, commandName);

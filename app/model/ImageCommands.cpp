@@ -69,6 +69,22 @@ void StudioModel::cropToSelection() {
     });
 }
 
+void StudioModel::applyCrop() {
+    if (!cropRect) return;
+    const CanvasRect r = *cropRect;
+    cropRect.reset();
+    // A rectangle dragged either way round covers the same pixels.
+    const double x = std::min(r.x, r.x + r.w), y = std::min(r.y, r.y + r.h);
+    const IRect area = IRect::covering(x, y, std::fabs(r.w), std::fabs(r.h));
+    if (!gridCommand("Crop", [&](StudioDocument& d) {
+            const IRect inside = area.intersection(d.grid.bounds());
+            if (inside.isEmpty() || (inside.w == d.width() && inside.h == d.height())) return false;
+            d.crop(inside);
+            return true;
+        }))
+        refresh(false);
+}
+
 void StudioModel::moveLayerBy(int64_t dx, int64_t dy) {
     const auto active = activeLayer();
     if (!active || (dx == 0 && dy == 0)) return;

@@ -261,6 +261,8 @@ public:
     void rotate(int64_t quarterTurns);
     void flip(bool horizontal);
     void cropToSelection();
+    // Crops to the Crop tool's rectangle and clears it.
+    void applyCrop();
     // The active layer (a group with its content) moved as the step "Move".
     void moveLayerBy(int64_t dx, int64_t dy);
 

@@ -8,6 +8,7 @@
 #include <QGraphicsPixmapItem>
 #include <QGraphicsRectItem>
 #include <QKeyEvent>
+#include <QLineF>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QTimer>
@@ -69,6 +70,7 @@ QPixmap tilePixmap(const RGBABuffer& image) {
 } // namespace
 
 CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(parent), model_(model) {
+    setFocusPolicy(Qt::StrongFocus); // Return, Esc and Space reach the canvas
     setScene(&scene_);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -101,8 +103,11 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     // that they keep their size at any zoom.
     transformOutline_ = scene_.addPath(QPainterPath(), QPen(QColor(40, 150, 255), 1.5));
     transformHandles_ = scene_.addPath(QPainterPath(), QPen(QColor(40, 150, 255), 1.5), QBrush(Qt::white));
+    // The Crop tool's rectangle: the area outside it darkened, with handles.
+    cropShade_ = scene_.addPath(QPainterPath(), Qt::NoPen, QColor(0, 0, 0, 140));
     for (auto* item : {transformOutline_, transformHandles_})
         item->setZValue(20);
+    cropShade_->setZValue(15);
     antsTimer_ = new QTimer(this);
     antsTimer_->setInterval(120);
     connect(antsTimer_, &QTimer::timeout, this, [this] {
@@ -212,8 +217,28 @@ void CanvasView::updateTransformOverlay() {
         for (const Point& p : transformHandlePoints(t))
             handles.addEllipse(at(p), 5, 5);
     }
+    QPainterPath shade;
+    if (session_ && !model_.transform && model_.cropRect) {
+        const QTransform view = viewTransform();
+        const QRectF page =
+            view.mapRect(QRectF(0, 0, double(session_->doc->width()), double(session_->doc->height())));
+        const QRectF keep = view.mapRect(cropRectOnCanvas());
+        shade.setFillRule(Qt::OddEvenFill);
+        shade.addRect(page);
+        shade.addRect(keep);
+        outline.addRect(keep);
+        for (const QPointF& c : {keep.topLeft(), keep.topRight(), keep.bottomRight(), keep.bottomLeft()})
+            handles.addRect(QRectF(c.x() - 5, c.y() - 5, 10, 10));
+    }
+    cropShade_->setPath(shade);
     transformOutline_->setPath(outline);
     transformHandles_->setPath(handles);
+}
+
+QRectF CanvasView::cropRectOnCanvas() const {
+    if (!model_.cropRect) return {};
+    const CanvasRect& r = *model_.cropRect;
+    return QRectF(r.x, r.y, r.w, r.h).normalized();
 }
 
 void CanvasView::stash() {
@@ -392,6 +417,24 @@ void CanvasView::mousePressEvent(QMouseEvent* event) {
         }
         return;
     }
+    if (left && !panRequest && model_.tool == Tool::crop) {
+        setFocus();
+        const QPointF p = toPicture(event->position());
+        cropStartPoint_ = p;
+        cropStart_ = cropRectOnCanvas();
+        cropDrag_ = CropDrag::create;
+        if (model_.cropRect) {
+            const QRectF r = cropStart_;
+            const QPointF corners[4] = {r.topLeft(), r.topRight(), r.bottomRight(), r.bottomLeft()};
+            for (int i = 0; i < 4; ++i)
+                if (QLineF(corners[i], p).length() * session_->zoom <= 9) {
+                    cropDrag_ = CropDrag(int(CropDrag::corner0) + i);
+                    return;
+                }
+            if (r.contains(p)) cropDrag_ = CropDrag::body;
+        }
+        return;
+    }
     if (left && !panRequest && model_.tool == Tool::move) {
         const auto layer = model_.activeLayer();
         if (!layer) return;
@@ -443,6 +486,29 @@ void CanvasView::mouseMoveEvent(QMouseEvent* event) {
         model_.updateTransform();
         return;
     }
+    if (session_ && cropDrag_ != CropDrag::none) {
+        const QPointF p = toPicture(event->position());
+        const QRectF page(0, 0, double(session_->doc->width()), double(session_->doc->height()));
+        QRectF r;
+        if (cropDrag_ == CropDrag::create) {
+            r = QRectF(QPointF(std::round(cropStartPoint_.x()), std::round(cropStartPoint_.y())),
+                       QPointF(std::round(p.x()), std::round(p.y())));
+        } else if (cropDrag_ == CropDrag::body) {
+            const QPointF d = p - cropStartPoint_;
+            r = cropStart_.translated(std::round(d.x()), std::round(d.y()));
+        } else {
+            // The corner being dragged follows the pointer; the opposite one stays.
+            const int i = int(cropDrag_) - int(CropDrag::corner0);
+            const QRectF s = cropStart_;
+            const QPointF opposite[4] = {s.bottomRight(), s.bottomLeft(), s.topLeft(), s.topRight()};
+            r = QRectF(opposite[i], QPointF(std::round(p.x()), std::round(p.y())));
+        }
+        r = r.normalized().intersected(page);
+        if (r.width() >= 1 && r.height() >= 1)
+            model_.cropRect = CanvasRect{r.x(), r.y(), r.width(), r.height()};
+        updateTransformOverlay();
+        return;
+    }
     if (session_ && moving_) {
         // The layer follows the pointer in whole pixels; history sees one
         // step when the button comes up.
@@ -471,7 +537,21 @@ void CanvasView::leaveEvent(QEvent* event) {
     if (onCursor) onCursor();
 }
 
+void CanvasView::mouseDoubleClickEvent(QMouseEvent* event) {
+    if (model_.tool == Tool::crop && model_.cropRect &&
+        cropRectOnCanvas().contains(toPicture(event->position()))) {
+        cropDrag_ = CropDrag::none;
+        model_.applyCrop();
+        return;
+    }
+    QGraphicsView::mouseDoubleClickEvent(event);
+}
+
 void CanvasView::mouseReleaseEvent(QMouseEvent*) {
+    if (cropDrag_ != CropDrag::none) {
+        cropDrag_ = CropDrag::none;
+        model_.notify(); // the options bar offers Apply Crop now
+    }
     panning_ = false;
     transformHandle_.reset();
     viewport()->unsetCursor();
@@ -490,6 +570,21 @@ void CanvasView::keyPressEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
         spaceDown_ = true;
         viewport()->setCursor(Qt::OpenHandCursor);
+        return;
+    }
+    const bool enter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (enter && !model_.transform && model_.cropRect) {
+        model_.applyCrop();
+        return;
+    }
+    if (event->key() == Qt::Key_Escape && !model_.transform) {
+        if (model_.cropRect) {
+            model_.cropRect.reset();
+            updateTransformOverlay();
+            model_.notify();
+        } else {
+            model_.deselect();
+        }
         return;
     }
     QGraphicsView::keyPressEvent(event);

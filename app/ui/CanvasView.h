@@ -45,6 +45,7 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void leaveEvent(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
     void keyReleaseEvent(QKeyEvent* event) override;
 
 private:
@@ -56,6 +57,8 @@ private:
     void updateSelectionOutline();
     // The outline and handles of a live transform, or nothing.
     void updateTransformOverlay();
+    // The Crop tool's rectangle, standardised, in picture pixels.
+    QRectF cropRectOnCanvas() const;
     // The picture pixel under a view point.
     QPointF toPicture(const QPointF& view) const;
     void applyViewTransform();
@@ -84,6 +87,12 @@ private:
     QGraphicsPathItem* transformHandles_ = nullptr;
     std::optional<int> transformHandle_;
     TransformStart transformStart_;
+    // The Crop tool's drag: a new rectangle, a corner, or the whole rectangle.
+    enum class CropDrag { none, create, body, corner0, corner1, corner2, corner3 };
+    CropDrag cropDrag_ = CropDrag::none;
+    QPointF cropStartPoint_;
+    QRectF cropStart_;
+    QGraphicsPathItem* cropShade_ = nullptr;
     // The Move tool's drag: the layer, where it began and the offset shown.
     std::optional<Uuid> moving_;
     QPointF moveStart_;

@@ -351,6 +351,14 @@ int writeSnapshots(const std::string& folderName) {
         shoot("transform-warp.png");
         model.cancelTransform();
 
+        // The Crop tool with a rectangle waiting to be applied.
+        model.setTool(Tool::crop);
+        model.cropRect = CanvasRect{120, 200, 600, 700};
+        model.refresh(false);
+        shoot("crop-tool.png");
+        model.cropRect.reset();
+        model.setTool(Tool::move);
+
         // What a save or open that takes a while shows over the window.
         model.setBusy("Saving \u201CPortrait.korvstudio\u201D\u2026");
         settle();

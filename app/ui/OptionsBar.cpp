@@ -4,6 +4,7 @@
 
 #include <QActionGroup>
 #include <QCheckBox>
+#include <QLabel>
 #include <QSlider>
 
 namespace korv {
@@ -41,6 +42,19 @@ OptionsBar::OptionsBar(StudioModel& model, QWidget* parent)
     connect(contiguous_, &QCheckBox::toggled, this, [this](bool on) { model_.wandContiguous = on; });
     addWidget(allLayers_);
     connect(allLayers_, &QCheckBox::toggled, this, [this](bool on) { model_.sampleAllLayers = on; });
+    wandActions_ = actions();
+
+    // The Crop tool: what to do, and its buttons.
+    auto* hint = new QLabel("Drag the area to keep · Return applies · Esc cancels");
+    hint->setContentsMargins(6, 0, 12, 0);
+    cropActions_ << addWidget(hint);
+    applyCrop_ = addAction("Apply Crop", [this] { model_.applyCrop(); });
+    cancelCrop_ = addAction("Cancel", [this] {
+        model_.cropRect.reset();
+        model_.refresh(false);
+    });
+    cropActions_ << applyCrop_ << cancelCrop_
+                 << addAction("Rotate 90° Clockwise", [this] { model_.rotate(1); });
     observer_ = model_.observe([this] { sync(); });
     sync();
 }
@@ -50,8 +64,12 @@ OptionsBar::~OptionsBar() {
 }
 
 void OptionsBar::sync() {
-    for (QAction* action : actions())
+    for (QAction* action : wandActions_)
         action->setVisible(model_.tool == Tool::magicWand);
+    for (QAction* action : cropActions_)
+        action->setVisible(model_.tool == Tool::crop);
+    applyCrop_->setEnabled(model_.cropRect.has_value());
+    cancelCrop_->setEnabled(model_.cropRect.has_value());
     modes_->actions().at(int(model_.selectionMode))->setChecked(true);
     tolerance_->setValue(model_.wandTolerance);
     contiguous_->setChecked(model_.wandContiguous);

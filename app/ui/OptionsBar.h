@@ -1,7 +1,7 @@
 #pragma once
-// The row above the canvas with the chosen tool's settings. Only the magic
-// wand has any so far; for the other tools the row stays, empty, so the
-// canvas does not jump when the tool changes.
+// The row above the canvas with the chosen tool's settings: the magic wand's,
+// and the Crop tool's buttons; for the other tools the row stays, empty, so
+// the canvas does not jump when the tool changes.
 #include "app/model/StudioModel.h"
 
 #include <QToolBar>
@@ -27,6 +27,9 @@ private:
     ValueSlider* tolerance_;
     QCheckBox* contiguous_;
     QCheckBox* allLayers_;
+    QList<QAction*> wandActions_, cropActions_;
+    QAction* applyCrop_ = nullptr;
+    QAction* cancelCrop_ = nullptr;
 };
 
 } // namespace korv

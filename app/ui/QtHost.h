@@ -4,7 +4,6 @@
 #include "app/model/Host.h"
 
 #include <QStringList>
-
 #include <functional>
 #include <optional>
 #include <string>

@@ -21,6 +21,8 @@ QString mark(Tool tool) {
         return "✥";
     case Tool::magicWand:
         return "✦";
+    case Tool::crop:
+        return "⌗";
     default:
         return text(displayName(tool)).left(2);
     }
@@ -29,7 +31,7 @@ QString mark(Tool tool) {
 } // namespace
 
 bool ToolPalette::isAvailable(Tool tool) {
-    return tool == Tool::move || tool == Tool::magicWand;
+    return tool == Tool::move || tool == Tool::magicWand || tool == Tool::crop;
 }
 
 ToolPalette::ToolPalette(StudioModel& model, QWidget* parent)

@@ -76,9 +76,13 @@ check "a selection picture gives back the selection it shows" bash -c "
 check "rotate a quarter turn swaps the sides" bash -c \
   "'$korv' rotate '$work/a.korvstudio' '$work/r.korvstudio' --turns 1 --json | grep -q '\"height\":64,\"layers\":1,\"selection\":null,\"steps\":\[\"Rotate\"\],\"width\":48'"
 check "canvas size, then crop back, gives the picture it started from" bash -c "
-  '$korv' canvas-size '$work/a.korvstudio' '$work/big.korvstudio' --size 100,60 --anchor 1,0 > /dev/null &&
-  '$korv' crop '$work/big.korvstudio' '$work/back.png' --select-rect 36,0,64,48 > /dev/null &&
+  '$korv' canvas '$work/a.korvstudio' '$work/big.korvstudio' --size 100x60 --anchor 1,0 > /dev/null &&
+  '$korv' crop '$work/big.korvstudio' '$work/back.png' --rect 36,0,64,48 > /dev/null &&
   cmp -s '$work/a.png' '$work/back.png'"
+check "crop to a selection and flip are steps of their own" bash -c "
+  '$korv' crop '$work/a.korvstudio' '$work/c1.korvstudio' --select-rect 4,4,10,10 --json | grep -q '\"height\":10' &&
+  '$korv' flip '$work/a.korvstudio' '$work/f.korvstudio' --vertical --json | grep -q 'Flip Vertical'"
+refused "flip needs a direction" 2 "horizontal or --vertical" "$work/x.png" "$korv" flip "$work/a.korvstudio" "$work/x.png"
 check "a transform moves the selected pixels as one step" bash -c "
   '$korv' transform '$work/a.korvstudio' '$work/tr.korvstudio' --translate 5,0 --select-rect 0,0,10,10 --json | grep -q '\"steps\":\[\"Transform\"\]' &&
   ! cmp -s '$work/a.png' \"\$('$korv' render '$work/tr.korvstudio' '$work/tr.png' >/dev/null; echo '$work/tr.png')\""
@@ -88,6 +92,6 @@ refused "a transform of an empty layer is refused with the editor's sentence" 1 
 refused "crop without a selection changes nothing" 1 "nothing" "$work/x.png" \
   "$korv" crop "$work/a.korvstudio" "$work/x.png"
 refused "a size over the limit is a usage error" 2 "from 1 to 30000" "$work/x.png" \
-  "$korv" image-size "$work/a.korvstudio" "$work/x.png" --size 30001,5
+  "$korv" resize "$work/a.korvstudio" "$work/x.png" --size 30001x5
 
 [ "$fails" -eq 0 ]
