@@ -29,31 +29,6 @@ cairo_matrix_t matrixOf(const AffineTransform& t) {
 
 } // namespace
 
-std::shared_ptr<const CanvasImage> CanvasImage::make(const RGBABuffer& image) {
-    if (image.width() < 1 || image.height() < 1 || image.width() > 32767 || image.height() > 32767)
-        return nullptr;
-    std::shared_ptr<CanvasImage> out(new CanvasImage());
-    out->width_ = image.width();
-    out->height_ = image.height();
-    out->surface_ = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, int(image.width()), int(image.height()));
-    if (cairo_surface_status(out->surface_) != CAIRO_STATUS_SUCCESS) return nullptr;
-    cairo_surface_flush(out->surface_);
-    uint8_t* data = cairo_image_surface_get_data(out->surface_);
-    const int64_t ds = cairo_image_surface_get_stride(out->surface_);
-    for (int64_t y = 0; y < image.height(); ++y) {
-        const uint8_t* from = image.row(y);
-        auto* words = reinterpret_cast<uint32_t*>(data + y * ds);
-        for (int64_t x = 0; x < image.width(); ++x)
-            words[x] = toCairo(from + x * 4);
-    }
-    cairo_surface_mark_dirty(out->surface_);
-    return out;
-}
-
-CanvasImage::~CanvasImage() {
-    if (surface_) cairo_surface_destroy(surface_);
-}
-
 std::unique_ptr<Canvas2D> Canvas2D::gray(uint8_t* bytes, int64_t width, int64_t height, int64_t stride) {
     return make(true, bytes, width, height, stride);
 }
@@ -207,37 +182,6 @@ void Canvas2D::clear() {
     cairo_save(cr_);
     cairo_set_operator(cr_, CAIRO_OPERATOR_CLEAR);
     cairo_paint(cr_);
-    cairo_restore(cr_);
-}
-
-void Canvas2D::save() {
-    cairo_save(cr_);
-}
-
-void Canvas2D::restore() {
-    cairo_restore(cr_);
-}
-
-void Canvas2D::clip(const Path& path) {
-    trace(path);
-    cairo_clip(cr_);
-}
-
-void Canvas2D::drawImage(const CanvasImage& image, const Rect& into) {
-    if (!(into.w > 0) || !(into.h > 0)) return;
-    cairo_save(cr_);
-    cairo_set_operator(cr_, CAIRO_OPERATOR_OVER);
-    cairo_translate(cr_, into.x, into.y);
-    cairo_scale(cr_, into.w / double(image.width()), into.h / double(image.height()));
-    cairo_set_source_surface(cr_, image.surface_, 0, 0);
-    cairo_pattern_t* pattern = cairo_get_source(cr_);
-    cairo_pattern_set_filter(pattern, CAIRO_FILTER_GOOD);
-    // Sampling near the edges reads the edge pixels again rather than
-    // transparency, so an enlarged picture keeps a crisp outline; the filled
-    // rectangle bounds it, antialiased.
-    cairo_pattern_set_extend(pattern, CAIRO_EXTEND_PAD);
-    cairo_rectangle(cr_, 0, 0, double(image.width()), double(image.height()));
-    cairo_fill(cr_);
     cairo_restore(cr_);
 }
 

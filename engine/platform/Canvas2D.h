@@ -16,25 +16,6 @@ struct _cairo_surface;
 
 namespace korv {
 
-// A picture ready to be drawn by a Canvas2D, converted once: a transform
-// session draws the same floating picture at every mouse move.
-class CanvasImage {
-public:
-    // Absent when the picture is empty or too large for the drawing library.
-    static std::shared_ptr<const CanvasImage> make(const RGBABuffer& image);
-    CanvasImage(const CanvasImage&) = delete;
-    CanvasImage& operator=(const CanvasImage&) = delete;
-    ~CanvasImage();
-    int64_t width() const { return width_; }
-    int64_t height() const { return height_; }
-
-private:
-    friend class Canvas2D;
-    CanvasImage() = default;
-    _cairo_surface* surface_ = nullptr;
-    int64_t width_ = 0, height_ = 0;
-};
-
 class Canvas2D {
 public:
     // height rows of width bytes, stride bytes apart. Absent when no surface of
@@ -70,14 +51,6 @@ public:
     void stroke(const Path& path, double width);
     // Every pixel transparent (zero).
     void clear();
-    // The drawing state (transform, clip, colour) kept and given back.
-    void save();
-    void restore();
-    // Later drawing stays inside the path (non-zero winding), antialiased.
-    void clip(const Path& path);
-    // The image stretched over the rectangle, under the current transform,
-    // smoothly interpolated (bilinear up, box-filtered down, no ringing); source-over.
-    void drawImage(const CanvasImage& image, const Rect& into);
     // Brings what is drawn so far into the target memory.
     void flush();
 

@@ -55,8 +55,10 @@ struct Target {
 // by coverage; points past the edge read the edge pixels, so an enlarged
 // picture keeps a crisp outline, which coverage then antialiases.
 void sample(const RGBABuffer& image, const Rect& src, double x, double y, double coverage, uint8_t* to) {
-    const double u = std::clamp(x - src.x - 0.5, 0.0, double(image.width() - 1));
-    const double v = std::clamp(y - src.y - 0.5, 0.0, double(image.height() - 1));
+    // The image may be a reduced copy of the source rectangle's pixels.
+    const double sx = double(image.width()) / src.w, sy = double(image.height()) / src.h;
+    const double u = std::clamp((x - src.x) * sx - 0.5, 0.0, double(image.width() - 1));
+    const double v = std::clamp((y - src.y) * sy - 0.5, 0.0, double(image.height() - 1));
     const auto x0 = int64_t(u), y0 = int64_t(v);
     const int64_t x1 = std::min(x0 + 1, image.width() - 1), y1 = std::min(y0 + 1, image.height() - 1);
     const double ax = u - double(x0), ay = v - double(y0);
@@ -113,23 +115,44 @@ void fillTriangle(Target& t, Point a, Point b, Point c, const AffineTransform& b
         const double dx = v[(e + 1) % 3].x - v[e].x, dy = v[(e + 1) % 3].y - v[e].y;
         owns[e] = dy > 0 || (dy == 0 && dx < 0);
     }
+    auto insideAt = [&](double px, double py) {
+        for (int e = 0; e < 3; ++e) {
+            const Point p = v[e], q = v[(e + 1) % 3];
+            const double edge = (q.x - p.x) * (py - p.y) - (q.y - p.y) * (px - p.x);
+            if (!(edge > 0 || (edge == 0 && (!exact || owns[e])))) return false;
+        }
+        return true;
+    };
     for (int64_t y = y0; y <= y1; ++y) {
         const double py = double(y + t.oy) + 0.5;
+        // Each edge is a line in x along this row: the row's span inside the
+        // triangle is where all three are on the inner side.
+        double lo = -INFINITY, hi = INFINITY;
+        bool empty = false;
+        for (int e = 0; e < 3; ++e) {
+            const Point p = v[e], q = v[(e + 1) % 3];
+            const double slope = -(q.y - p.y), offset = (q.x - p.x) * (py - p.y) + (q.y - p.y) * p.x;
+            if (slope > 0)
+                lo = std::max(lo, -offset / slope);
+            else if (slope < 0)
+                hi = std::min(hi, -offset / slope);
+            else if (offset < 0)
+                empty = true;
+        }
+        if (empty || !(lo < hi + 1)) continue;
+        // Pixels a whole pixel inside the span's ends are inside for sure; the
+        // ones at the ends take the exact test, with its rule for shared edges.
+        const int64_t xs = std::max(x0, int64_t(std::floor(std::max(lo, -1e9) - double(t.ox) - 0.5)));
+        const int64_t xe = std::min(x1, int64_t(std::ceil(std::min(hi, 1e9) - double(t.ox) - 0.5)));
         uint8_t* row = t.out.row(y);
         uint8_t* taken = t.taken.data() + y * w;
-        for (int64_t x = x0; x <= x1; ++x) {
+        Point s = back.apply({double(xs + t.ox) + 0.5, py});
+        for (int64_t x = xs; x <= xe; ++x, s.x += back.a, s.y += back.b) {
             if (taken[x]) continue;
             const double px = double(x + t.ox) + 0.5;
-            bool inside = true;
-            for (int e = 0; e < 3 && inside; ++e) {
-                const Point p = v[e], q = v[(e + 1) % 3];
-                const double edge = (q.x - p.x) * (py - p.y) - (q.y - p.y) * (px - p.x);
-                inside = edge > 0 || (edge == 0 && (!exact || owns[e]));
-            }
-            if (!inside) continue;
+            if ((x <= xs + 1 || x >= xe - 1) && !insideAt(px, py)) continue;
             const double share = borders.empty() ? 1.0 : coverage(borders, px, py);
             if (share <= 0) continue;
-            const Point s = back.apply({px, py});
             sample(t.image, t.src, s.x, s.y, share, row + x * 4);
             taken[x] = 1;
         }

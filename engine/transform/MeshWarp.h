@@ -15,7 +15,8 @@ namespace korv::MeshWarp {
 
 using Lattice = std::vector<std::vector<Point>>;
 
-// image covers srcRect (canvas coordinates); out's pixel (0, 0) is canvas
+// image covers srcRect (canvas coordinates), at its full size or reduced
+// (a smaller copy keeps shrinking free of aliasing); out's pixel (0, 0) is canvas
 // pixel (originX, originY) and receives the drawing where out is transparent.
 // A lattice of fewer than two rows draws nothing.
 void draw(const RGBABuffer& image, const Rect& srcRect, const Lattice& lattice, RGBABuffer& out,

@@ -36,6 +36,29 @@ std::vector<Point> rectCorners(const IRect& r) {
     return {{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}};
 }
 
+// Each level half the size of the one before, by averaging 2 x 2 pixels.
+std::vector<std::shared_ptr<const RGBABuffer>> levelsOf(std::shared_ptr<const RGBABuffer> image) {
+    std::vector<std::shared_ptr<const RGBABuffer>> out;
+    if (!image) return out;
+    out.push_back(image);
+    while (out.back()->width() >= 64 && out.back()->height() >= 64) {
+        const RGBABuffer& from = *out.back();
+        auto half =
+            std::make_shared<RGBABuffer>(from.width() / 2, from.height() / 2, RGBABuffer::Uninitialized{});
+        parallelFor(half->height(), [&](int64_t y) {
+            const uint8_t* a = from.row(2 * y);
+            const uint8_t* b = from.row(2 * y + 1);
+            uint8_t* o = half->row(y);
+            for (int64_t x = 0; x < half->width() * 4; ++x) {
+                const int64_t c = (x / 4) * 8 + x % 4;
+                o[x] = uint8_t((a[c] + a[c + 4] + b[c] + b[c + 4] + 2) / 4);
+            }
+        });
+        out.push_back(std::move(half));
+    }
+    return out;
+}
+
 std::vector<Point> evenWarp(const IRect& r) {
     std::vector<Point> out(16);
     for (size_t i = 0; i < 16; ++i)
@@ -49,7 +72,7 @@ std::vector<Point> evenWarp(const IRect& r) {
 TransformSession::TransformSession(Uuid layerID, bool editingMask, IRect source,
                                    std::shared_ptr<const RGBABuffer> floating, TileSet base)
     : layerID(layerID), editingMask(editingMask), source(source), floating(floating),
-      floatingImage(floating ? CanvasImage::make(*floating) : nullptr), base(std::move(base)) {
+      floatingLevels(levelsOf(floating)), base(std::move(base)) {
     reset();
 }
 
@@ -99,11 +122,12 @@ std::vector<std::vector<Point>> TransformSession::lattice(int n) const {
 }
 
 TileSet TransformSession::render() const {
-    if (!floatingImage) return base;
+    if (floatingLevels.empty()) return base;
     const TileGrid& grid = base.grid;
-    std::vector<std::vector<Point>> mesh;
-    if (mode == TransformMode::perspective) mesh = lattice(16);
-    if (mode == TransformMode::warp) mesh = lattice(24);
+    // Free mode is one affine map, so one cell covers it exactly.
+    const std::vector<std::vector<Point>> mesh = lattice(mode == TransformMode::perspective ? 16
+                                                         : mode == TransformMode::warp      ? 24
+                                                                                            : 1);
 
     double x0 = INFINITY, y0 = INFINITY, x1 = -INFINITY, y1 = -INFINITY;
     auto include = [&](const Point& p) {
@@ -118,19 +142,20 @@ TileSet TransformSession::render() const {
         IRect::covering(x0 - 2, y0 - 2, x1 - x0 + 4, y1 - y0 + 4).intersection(grid.bounds());
     if (bounds.isEmpty()) return base;
 
+    // How much the picture shrinks overall: the outline's area against the
+    // source's. Bilinear sampling holds up to halving; past it a smaller
+    // copy is read, so no detail aliases.
+    const std::vector<Point> c = shownCorners();
+    const double area =
+        std::fabs((c[2].x - c[0].x) * (c[3].y - c[1].y) - (c[3].x - c[1].x) * (c[2].y - c[0].y)) / 2;
+    const double scale = std::sqrt(area / (double(source.w) * double(source.h)));
+    size_t level = 0;
+    while (level + 1 < floatingLevels.size() && scale * double(size_t(1) << (level + 1)) <= 1.0)
+        ++level;
+
     RGBABuffer drawn(bounds.w, bounds.h);
     const Rect src{double(source.x), double(source.y), double(source.w), double(source.h)};
-    if (mode == TransformMode::free) {
-        // One affine map: the drawing library's filtering, which also
-        // averages properly when the picture is made much smaller.
-        auto ctx = Canvas2D::rgba(drawn);
-        if (!ctx) return base;
-        ctx->setTransform(AffineTransform::translation(-double(bounds.x), -double(bounds.y)));
-        ctx->concat(affine);
-        ctx->drawImage(*floatingImage, src);
-    } else {
-        MeshWarp::draw(*floating, src, mesh, drawn, bounds.x, bounds.y);
-    }
+    MeshWarp::draw(*floatingLevels[level], src, mesh, drawn, bounds.x, bounds.y);
 
     // The drawing over a copy of the base; a transparent pixel leaves the base
     // alone, so no tile comes into being where nothing was drawn.

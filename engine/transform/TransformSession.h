@@ -7,7 +7,6 @@
 #include "engine/core/RGBABuffer.h"
 #include "engine/core/TileSet.h"
 #include "engine/core/Uuid.h"
-#include "engine/platform/Canvas2D.h"
 #include "engine/platform/Geometry.h"
 
 #include <memory>
@@ -29,7 +28,9 @@ public:
     const bool editingMask;
     const IRect source;
     const std::shared_ptr<const RGBABuffer> floating;
-    const std::shared_ptr<const CanvasImage> floatingImage;
+    // floating, then copies of half the size each, down to a few pixels: a
+    // render shrinking the picture samples the copy nearest its scale.
+    const std::vector<std::shared_ptr<const RGBABuffer>> floatingLevels;
     const TileSet base;
 
     TransformMode mode = TransformMode::free;
