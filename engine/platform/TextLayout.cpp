@@ -28,7 +28,7 @@ constexpr const char* kFontConfig = R"(<?xml version="1.0"?>
   </rejectfont></selectfont>
   <alias binding="same">
     <family>Helvetica Neue</family>
-    <accept><family>Nimbus Sans</family><family>Liberation Sans</family><family>DejaVu Sans</family></accept>
+    <accept><family>Liberation Sans</family><family>Nimbus Sans</family><family>DejaVu Sans</family></accept>
   </alias>
   <include ignore_missing="yes">/usr/share/fontconfig/conf.avail/30-metric-aliases.conf</include>
   <include ignore_missing="yes">/usr/share/fontconfig/conf.avail/40-nonlatin.conf</include>
