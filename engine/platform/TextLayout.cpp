@@ -14,8 +14,8 @@ namespace {
 
 // The engine's font configuration: the system's font folders and caches, the
 // aliases that map well-known names to installed look-alikes with the same
-// metrics, and nothing of the user's own settings. Type 1 fonts are left out,
-// as Pango can't draw them and their OpenType twins are there.
+// metrics, and nothing of the user's own settings. (Pango itself passes over
+// Type 1 fonts, which it can't draw; their OpenType twins stand in.)
 constexpr const char* kFontConfig = R"(<?xml version="1.0"?>
 <!DOCTYPE fontconfig SYSTEM "urn:fontconfig:fonts.dtd">
 <fontconfig>
@@ -23,9 +23,6 @@ constexpr const char* kFontConfig = R"(<?xml version="1.0"?>
   <dir>/usr/local/share/fonts</dir>
   <cachedir>/var/cache/fontconfig</cachedir>
   <cachedir prefix="xdg">fontconfig</cachedir>
-  <selectfont><rejectfont>
-    <pattern><patelt name="fontformat"><string>Type 1</string></patelt></pattern>
-  </rejectfont></selectfont>
   <alias binding="same">
     <family>Helvetica Neue</family>
     <accept><family>Liberation Sans</family><family>Nimbus Sans</family><family>DejaVu Sans</family></accept>
@@ -43,7 +40,6 @@ constexpr const char* kFontConfig = R"(<?xml version="1.0"?>
 
 FcConfig* fontConfig() {
     static FcConfig* config = [] {
-        FcInit();
         FcConfig* c = FcConfigCreate();
         if (!FcConfigParseAndLoadFromMemory(c, reinterpret_cast<const FcChar8*>(kFontConfig), FcTrue) ||
             !FcConfigBuildFonts(c)) {
