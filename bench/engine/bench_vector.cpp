@@ -30,6 +30,12 @@ void BM_LinearGradient(benchmark::State& state) {
 }
 BENCHMARK(BM_LinearGradient)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The default: top to bottom, where each row is one colour.
+void BM_LinearGradientDown(benchmark::State& state) {
+    fillBench(state, FillSpec(FillKind::linearGradient));
+}
+BENCHMARK(BM_LinearGradientDown)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 void BM_RadialGradient(benchmark::State& state) {
     fillBench(state, FillSpec(FillKind::radialGradient));
 }

@@ -81,6 +81,17 @@ inline void gradientRow(uint8_t* out, const double* t, int64_t n, const Ends& e)
     }
 }
 
+// The same for a row along which t only ever grows or only ever shrinks (a
+// linear gradient's): equal ends mean one value all along, as floating-point
+// sums and quotients keep their order, so a gradient that runs down the
+// canvas converts one pixel per row and copies it.
+inline void monotonicGradientRow(uint8_t* out, const double* t, int64_t n, const Ends& e) {
+    if (t[0] != t[n - 1]) return gradientRow(out, t, n, e);
+    gradientRow(out, t, 1, e);
+    auto* words = reinterpret_cast<uint32_t*>(out);
+    std::fill(words + 1, words + n, words[0]);
+}
+
 TileSet linearGradient(const FillSpec& spec, const TileGrid& grid, const Ends& ends) {
     const double theta = spec.angle * std::numbers::pi / 180;
     const double cs = std::cos(theta), sn = std::sin(theta);
@@ -96,7 +107,7 @@ TileSet linearGradient(const FillSpec& spec, const TileGrid& grid, const Ends& e
             const double down = sn * (double(r.y + j) + 0.5 - H / 2);
             for (int64_t i = 0; i < r.w; ++i)
                 t[i] = std::min(std::max((across[i] + down) / length + 0.5, 0.0), 1.0);
-            gradientRow(tile.row(j), t, r.w, ends);
+            monotonicGradientRow(tile.row(j), t, r.w, ends);
         }
     });
 }
