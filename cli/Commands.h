@@ -14,4 +14,8 @@ int demo(int argc, char** argv);
 int brushes(int argc, char** argv);
 int paint(int argc, char** argv);
 
+// VectorCommands.cpp
+int add(int argc, char** argv);
+int fonts(int argc, char** argv);
+
 } // namespace korv::cli

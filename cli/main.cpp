@@ -48,6 +48,20 @@ Commands:
       --select-ellipse X,Y,W,H  (or a grey picture of the canvas size:
       --select-mask FILE        white paints, black protects)
       --json                    print the dirty rectangle and dab count
+  add IN OUT (--text SPEC | --shape SPEC | --fill SPEC) [--name NAME]
+                                add a text, shape or fill layer above the
+                                target (--layer NAME, or the active layer) and
+                                write OUT (.korvstudio, .png, .jpg, .tif,
+                                .heic); SPEC is a JSON record, inline or in a
+                                file, coded as in a native document, and the
+                                fields it leaves out take their defaults:
+                                '{"text":"Hello","size":96,"x":40,"y":40}',
+                                '{"kind":"star","x":10,"y":10,"w":200,"h":200}',
+                                '{"kind":"linearGradient","angle":0}'
+      --json                    print the new layer's name and kind
+  fonts [--json]                list the font families text can be set in;
+                                --json adds the family that draws the default
+                                "Helvetica Neue"
   help [COMMAND]                show this text, or the part of one command
 
 Native documents (.korvstudio) open, and pictures from JPEG, PNG, TIFF, HEIC,
@@ -108,8 +122,9 @@ int main(int argc, char** argv) {
             int (*run)(int, char**);
         };
         static constexpr Entry kCommands[] = {
-            {"demo", demo},       {"info", info},       {"render", render}, {"convert", convert},
-            {"new", newDocument}, {"brushes", brushes}, {"paint", paint}};
+            {"demo", demo},       {"info", info},       {"render", render},
+            {"convert", convert}, {"new", newDocument}, {"brushes", brushes},
+            {"paint", paint},     {"add", add},         {"fonts", fonts}};
         for (const Entry& e : kCommands)
             if (!std::strcmp(command, e.name)) return e.run(argc - 2, argv + 2);
         if (isModelCommand(command)) return runModelCommand(command, argc - 2, argv + 2);

@@ -232,6 +232,10 @@ public:
     void addLayer();
     void addAdjustment(AdjustmentType type);
     void addFill(FillKind kind);
+    // Layers drawn from a record as it stands, above the active layer (VectorCommands.cpp).
+    void addFill(const FillSpec& spec);
+    void addText(const TextSpec& spec);
+    void addShape(const ShapeSpec& spec);
     void addGroup();
     void ungroup();
     void duplicateLayer();

@@ -53,6 +53,8 @@ public:
     void clear();
     // Brings what is drawn so far into the target memory.
     void flush();
+    // The Cairo context, for the other drawers of the platform layer (text).
+    _cairo* context() const { return cr_; }
 
 private:
     Canvas2D(bool gray, uint8_t* target, int64_t width, int64_t height, int64_t stride);

@@ -8,6 +8,7 @@
 #include "engine/render/Compositor.h"
 #include "engine/render/PixelMath.h"
 #include "engine/render/TileLoops.h"
+#include "engine/render/VectorRender.h"
 #include "engine/render/WorkBuffers.h"
 
 #include <algorithm>
@@ -297,10 +298,40 @@ std::string specKeyOfJSON(const nlohmann::json& j) {
     return buf;
 }
 
-std::optional<TileSet> contentRaster(const StudioLayer& layer, const TileGrid&, RenderCache&) {
-    if (layer.kind == StudioLayerKind::pixel) return layer.pixels;
-    // Adjustments and groups have no raster of their own; fill, shape and text
-    // content is drawn from its parameters once that renderer exists.
+namespace {
+
+// Vector content is drawn once per spec and canvas size: the key holds those
+// and nothing else, so moving or restyling the layer doesn't redraw it.
+template <class Spec, class Draw>
+std::optional<TileSet> cachedVector(const StudioLayer& layer, const std::optional<Spec>& spec, char letter,
+                                    const TileGrid& grid, RenderCache& cache, Draw&& draw) {
+    if (!spec) return std::nullopt;
+    const std::string key = std::string(1, letter) + std::to_string(grid.width) + "x" +
+                            std::to_string(grid.height) + specKey(*spec);
+    if (std::optional<TileSet> hit = cache.raster(layer.id, key)) return hit;
+    // Drawn without the lock: two threads that miss at once both draw, and
+    // the results are equal.
+    TileSet set = draw(*spec, grid);
+    cache.storeRaster(layer.id, key, set);
+    return set;
+}
+
+} // namespace
+
+std::optional<TileSet> contentRaster(const StudioLayer& layer, const TileGrid& grid, RenderCache& cache) {
+    switch (layer.kind) {
+    case StudioLayerKind::pixel:
+        return layer.pixels;
+    case StudioLayerKind::text:
+        return cachedVector(layer, layer.text, 't', grid, cache, VectorRender::text);
+    case StudioLayerKind::shape:
+        return cachedVector(layer, layer.shape, 's', grid, cache, VectorRender::shape);
+    case StudioLayerKind::fill:
+        return cachedVector(layer, layer.fill, 'f', grid, cache, VectorRender::fill);
+    case StudioLayerKind::adjustment:
+    case StudioLayerKind::group:
+        break;
+    }
     return std::nullopt;
 }
 

@@ -306,7 +306,9 @@ TEST(LayerOperations, RasterizeAndFlattenKeepTheLook) {
     g.opacity = 0.7;
     g.blendMode = BlendMode::multiply;
     StudioLayer fill(Uuid::random(), "Fill", StudioLayerKind::fill);
-    fill.fill = FillSpec(FillKind::solid);
+    // A checker with clear squares, so that the picture keeps holes: (150, 250) is in one.
+    fill.fill = FillSpec(FillKind::pattern);
+    fill.fill->color2 = RGBA(0, 0, 0, 0);
     StudioLayer hidden = StudioLayer::group("H", {solidLayer(kGrid, {9, 9, 9, 255})});
     hidden.isVisible = false;
     StudioDocument doc(300, 260, 72, {bg, g, fill, hidden});
