@@ -12,15 +12,6 @@ constexpr double kHitDistance = 9; // view points
 constexpr double kHandleFractions[8][2] = {{0, 0}, {0.5, 0}, {1, 0}, {1, 0.5},
                                            {1, 1}, {0.5, 1}, {0, 1}, {0, 0.5}};
 
-std::optional<AffineTransform> inverse(const AffineTransform& t) {
-    const double det = t.a * t.d - t.b * t.c;
-    if (!(std::fabs(det) > 1e-12)) return std::nullopt;
-    AffineTransform r{t.d / det, -t.b / det, -t.c / det, t.a / det, 0, 0};
-    r.tx = -(r.a * t.tx + r.c * t.ty);
-    r.ty = -(r.b * t.tx + r.d * t.ty);
-    return r;
-}
-
 } // namespace
 
 std::vector<Point> transformHandlePoints(const TransformSession& session) {
@@ -95,7 +86,7 @@ void dragTransform(TransformSession& session, const TransformStart& start, int h
                              .then(AffineTransform::rotation(angle))
                              .then(AffineTransform::translation(c.x, c.y));
     } else if (handle >= 0 && handle < 8) {
-        const auto back = inverse(start.affine);
+        const auto back = start.affine.inverted();
         if (!back) return;
         const Point p = back->apply(point);
         const double fx = kHandleFractions[handle][0], fy = kHandleFractions[handle][1];

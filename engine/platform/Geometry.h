@@ -3,6 +3,7 @@
 // (origin top left, y down), the vocabulary of paths and drawing.
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace korv {
 
@@ -46,6 +47,15 @@ struct AffineTransform {
                 c * o.b + d * o.d, tx * o.a + ty * o.c + o.tx, tx * o.b + ty * o.d + o.ty};
     }
     bool isIdentity() const { return *this == AffineTransform{}; }
+    // The map back; none when this one flattens the plane.
+    std::optional<AffineTransform> inverted() const {
+        const double det = a * d - b * c;
+        if (!(std::fabs(det) > 1e-12)) return std::nullopt;
+        AffineTransform r{d / det, -b / det, -c / det, a / det, 0, 0};
+        r.tx = -(r.a * tx + r.c * ty);
+        r.ty = -(r.b * tx + r.d * ty);
+        return r;
+    }
 
     bool operator==(const AffineTransform&) const = default;
 };

@@ -1,9 +1,8 @@
 #include "engine/platform/StudioCI.h"
 
-#include "engine/platform/MaskFilters.h"
-
 #include "engine/core/ParallelFor.h"
 #include "engine/core/Require.h"
+#include "engine/platform/MaskFilters.h"
 
 #include <algorithm>
 #include <climits>
@@ -259,6 +258,15 @@ RGBABufferPtr translate(const RGBABuffer& image, double dx, double dy) {
     cv::warpAffine(view(image), dst, shift, dst.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT,
                    cv::Scalar::all(0));
     return out;
+}
+
+void warpAffine(const RGBABuffer& image, RGBABuffer& out, const AffineTransform& inverse) {
+    if (image.width() < 1 || image.height() < 1 || out.width() < 1 || out.height() < 1) return;
+    threadCount();
+    const cv::Matx23d map(inverse.a, inverse.c, inverse.tx, inverse.b, inverse.d, inverse.ty);
+    cv::Mat dst = view(out);
+    cv::warpAffine(view(image), dst, map, dst.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
+                   cv::BORDER_REPLICATE);
 }
 
 RGBABufferPtr compositeOver(const RGBABuffer& top, const RGBABuffer& bottom) {

@@ -5,6 +5,7 @@
 // apart from a setup made once; safe from any thread.
 #include "engine/core/IRect.h"
 #include "engine/core/RGBABuffer.h"
+#include "engine/platform/Geometry.h"
 
 #include <array>
 #include <cstdint>
@@ -61,6 +62,10 @@ RGBABufferPtr crop(const RGBABuffer& image, const IRect& rect);
 // Moved by (dx, dy) on a canvas of the same size; fractional offsets are
 // resampled bilinearly, and what enters from outside is transparent.
 RGBABufferPtr translate(const RGBABuffer& image, double dx, double dy);
+// Every pixel (x, y) of `out` sampled bilinearly from the image at
+// inverse(x, y), pixel centres at whole numbers on both sides; points past
+// the image's edge read its edge pixels. On all cores.
+void warpAffine(const RGBABuffer& image, RGBABuffer& out, const AffineTransform& inverse);
 // Source-over of premultiplied pixels; both have the same size.
 RGBABufferPtr compositeOver(const RGBABuffer& top, const RGBABuffer& bottom);
 

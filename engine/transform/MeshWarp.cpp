@@ -29,19 +29,6 @@ std::optional<AffineTransform> solve(Point s0, Point s1, Point s2, Point d0, Poi
     return t;
 }
 
-std::optional<AffineTransform> inverted(const AffineTransform& t) {
-    const double det = t.a * t.d - t.b * t.c;
-    if (!(std::fabs(det) > 1e-12)) return std::nullopt;
-    AffineTransform r;
-    r.a = t.d / det;
-    r.b = -t.b / det;
-    r.c = -t.c / det;
-    r.d = t.a / det;
-    r.tx = -(r.a * t.tx + r.c * t.ty);
-    r.ty = -(r.b * t.tx + r.d * t.ty);
-    return r;
-}
-
 struct Target {
     const RGBABuffer& image;
     Rect src;
@@ -201,14 +188,14 @@ void draw(const RGBABuffer& image, const Rect& srcRect, const Lattice& lattice, 
                         dbl = lattice[r + 1][c];
             const auto upper = solve(tl, tr, br, dtl, dtr, dbr);
             const auto lower = solve(tl, br, bl, dtl, dbr, dbl);
-            if (const auto back = upper ? inverted(*upper) : std::nullopt) {
+            if (const auto back = upper ? upper->inverted() : std::nullopt) {
                 Piece p{dtl, dtr, dbr, *back, {}, {}};
                 if (r == 0) p.outer.push_back({dtl, dtr});
                 if (c == n - 1) p.outer.push_back({dtr, dbr});
                 withBorders(p);
                 pieces.push_back(std::move(p));
             }
-            if (const auto back = lower ? inverted(*lower) : std::nullopt) {
+            if (const auto back = lower ? lower->inverted() : std::nullopt) {
                 Piece p{dtl, dbr, dbl, *back, {}, {}};
                 if (r == n - 1) p.outer.push_back({dbr, dbl});
                 if (c == 0) p.outer.push_back({dbl, dtl});

@@ -3,11 +3,14 @@
 #include "engine/core/ParallelFor.h"
 #include "engine/core/Selection.h"
 #include "engine/document/StudioDocument.h"
+#include "engine/platform/StudioCI.h"
 #include "engine/transform/Homography.h"
 #include "engine/transform/MeshWarp.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 
 namespace korv {
 
@@ -57,6 +60,85 @@ std::vector<std::shared_ptr<const RGBABuffer>> levelsOf(std::shared_ptr<const RG
         out.push_back(std::move(half));
     }
     return out;
+}
+
+// 1 - a / 255 for every alpha byte, as the compositing of a render uses it.
+const std::array<float, 256> kKeep = [] {
+    std::array<float, 256> t{};
+    for (int a = 0; a < 256; ++a)
+        t[size_t(a)] = 1.0f - float(a) / 255.0f;
+    return t;
+}();
+
+// Keeps what lies inside the convex outline, each pixel scaled by its share
+// of the inside (from its centre's distance to each edge), and clears the rest.
+void clipToOutline(RGBABuffer& drawn, const IRect& at, const std::vector<Point>& corners) {
+    struct Edge {
+        double nx, ny, c; // inward normal; distance = nx x + ny y + c
+    };
+    double area = 0;
+    for (size_t i = 0; i < corners.size(); ++i) {
+        const Point p = corners[i], q = corners[(i + 1) % corners.size()];
+        area += p.x * q.y - q.x * p.y;
+    }
+    std::vector<Edge> edges;
+    for (size_t i = 0; i < corners.size(); ++i) {
+        const Point p = corners[i], q = corners[(i + 1) % corners.size()];
+        double nx = -(q.y - p.y), ny = q.x - p.x;
+        const double len = std::hypot(nx, ny);
+        if (!(len > 1e-12)) continue;
+        if (area < 0) nx = -nx, ny = -ny;
+        nx /= len, ny /= len;
+        edges.push_back({nx, ny, -(nx * p.x + ny * p.y)});
+    }
+    const int64_t w = drawn.width();
+    parallelFor(drawn.height(), [&](int64_t row) {
+        const double py = double(at.y + row) + 0.5;
+        // Along the row each edge's distance is linear in x: the span where
+        // any part of a pixel is inside, and the span where all of it is.
+        double partLo = -INFINITY, partHi = INFINITY, fullLo = -INFINITY, fullHi = INFINITY;
+        for (const Edge& e : edges) {
+            const double base = e.ny * py + e.c;
+            if (e.nx > 0) {
+                partLo = std::max(partLo, (-0.5 - base) / e.nx);
+                fullLo = std::max(fullLo, (0.5 - base) / e.nx);
+            } else if (e.nx < 0) {
+                partHi = std::min(partHi, (-0.5 - base) / e.nx);
+                fullHi = std::min(fullHi, (0.5 - base) / e.nx);
+            } else if (base <= -0.5) {
+                partLo = INFINITY;
+            } else if (base < 0.5) {
+                fullLo = INFINITY;
+            }
+        }
+        auto index = [&](double px) {
+            return std::clamp<int64_t>(int64_t(std::floor(std::clamp(px, -1e9, 1e9) - double(at.x) - 0.5)),
+                                       -1, w);
+        };
+        uint8_t* out = drawn.row(row);
+        const int64_t p0 = std::max<int64_t>(index(partLo), 0),
+                      p1 = std::min<int64_t>(index(partHi) + 1, w - 1);
+        const int64_t f0 = index(fullLo) + 2, f1 = index(fullHi) - 1;
+        if (p0 > p1) {
+            std::memset(out, 0, size_t(w) * 4);
+            return;
+        }
+        std::memset(out, 0, size_t(p0) * 4);
+        std::memset(out + (p1 + 1) * 4, 0, size_t(w - 1 - p1) * 4);
+        for (int64_t x = p0; x <= p1; ++x) {
+            if (x >= f0 && x <= f1) {
+                x = f1;
+                continue;
+            }
+            const double px = double(at.x + x) + 0.5;
+            double share = 1;
+            for (const Edge& e : edges)
+                share *= std::clamp(0.5 + e.nx * px + e.ny * py + e.c, 0.0, 1.0);
+            uint8_t* p = out + x * 4;
+            for (int ch = 0; ch < 4; ++ch)
+                p[ch] = uint8_t(double(p[ch]) * share + 0.5);
+        }
+    });
 }
 
 std::vector<Point> evenWarp(const IRect& r) {
@@ -153,9 +235,30 @@ TileSet TransformSession::render() const {
     while (level + 1 < floatingLevels.size() && scale * double(size_t(1) << (level + 1)) <= 1.0)
         ++level;
 
-    RGBABuffer drawn(bounds.w, bounds.h);
-    const Rect src{double(source.x), double(source.y), double(source.w), double(source.h)};
-    MeshWarp::draw(*floatingLevels[level], src, mesh, drawn, bounds.x, bounds.y);
+    RGBABuffer drawn(bounds.w, bounds.h, RGBABuffer::Uninitialized{});
+    const RGBABuffer& picture = *floatingLevels[level];
+    if (mode == TransformMode::free) {
+        // One affine map: each pixel of the bounds sampled through its
+        // inverse on all cores, then cut to the outline with antialiased edges.
+        const auto back = affine.inverted();
+        if (!back) return base;
+        const double fx = double(picture.width()) / double(source.w);
+        const double fy = double(picture.height()) / double(source.h);
+        const double cx = double(bounds.x) + 0.5, cy = double(bounds.y) + 0.5;
+        const AffineTransform toPicture{
+            fx * back->a,
+            fy * back->b,
+            fx * back->c,
+            fy * back->d,
+            fx * (back->a * cx + back->c * cy + back->tx - double(source.x)) - 0.5,
+            fy * (back->b * cx + back->d * cy + back->ty - double(source.y)) - 0.5};
+        StudioCI::warpAffine(picture, drawn, toPicture);
+        clipToOutline(drawn, bounds, shownCorners());
+    } else {
+        std::memset(drawn.data(), 0, size_t(drawn.byteCount()));
+        const Rect src{double(source.x), double(source.y), double(source.w), double(source.h)};
+        MeshWarp::draw(picture, src, mesh, drawn, bounds.x, bounds.y);
+    }
 
     // The drawing over a copy of the base; a transparent pixel leaves the base
     // alone, so no tile comes into being where nothing was drawn.
@@ -164,16 +267,23 @@ TileSet TransformSession::render() const {
     const std::vector<int64_t> indices = grid.tiles(bounds);
     parallelFor(int64_t(indices.size()), [&](int64_t k) {
         const int64_t index = indices[size_t(k)];
-        const IRect part = grid.rect(index).intersection(bounds);
-        Tile* tile = nullptr;
+        const IRect tr = grid.rect(index);
+        const IRect part = tr.intersection(bounds);
+        unsigned any = 0;
+        for (int64_t y = part.y; y < part.maxY() && !any; ++y) {
+            const uint8_t* s = drawn.row(y - bounds.y) + (part.x - bounds.x) * 4;
+            for (int64_t x = 0; x < part.w; ++x)
+                any |= s[x * 4 + 3];
+        }
+        if (!any) return;
+        // Where the drawing is transparent its colour is 0 too, so the same
+        // sum keeps the base there: no branch per pixel.
+        Tile& tile = out.writable(index);
         for (int64_t y = part.y; y < part.maxY(); ++y) {
             const uint8_t* s = drawn.row(y - bounds.y) + (part.x - bounds.x) * 4;
-            for (int64_t x = 0; x < part.w; ++x, s += 4) {
-                if (s[3] == 0) continue;
-                if (!tile) tile = &out.writable(index);
-                const IRect tr = grid.rect(index);
-                uint8_t* d = tile->row(y - tr.y) + (part.x + x - tr.x) * 4;
-                const float keep = 1.0f - float(s[3]) / 255.0f;
+            uint8_t* d = tile.row(y - tr.y) + (part.x - tr.x) * 4;
+            for (int64_t x = 0; x < part.w; ++x, s += 4, d += 4) {
+                const float keep = kKeep[s[3]];
                 for (int ch = 0; ch < 4; ++ch)
                     d[ch] = uint8_t(std::min(255.0f, float(s[ch]) + keep * float(d[ch]) + 0.5f));
             }
