@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <exception>
 
 namespace korv {
 
@@ -234,6 +235,14 @@ void readRecord(BEReader& r, Rec& rec, bool big) {
 }
 
 void readChannels(BEReader& r, Rec& rec, bool big) {
+    struct Job {
+        int16_t id;
+        std::span<const uint8_t> data;
+        IRect area;
+        std::vector<uint8_t> plane;
+        std::exception_ptr failure;
+    };
+    std::vector<Job> jobs;
     for (const auto& [id, len] : rec.chans) {
         const auto data = r.slice(len);
         IRect area;
@@ -244,7 +253,20 @@ void readChannels(BEReader& r, Rec& rec, bool big) {
         else
             continue;
         if (data.size() < 2 || area.isEmpty()) continue;
-        rec.planes[id] = readChannel(data, area.w, area.h, big);
+        jobs.push_back({id, data, area, {}, nullptr});
+    }
+    // Channels decode side by side; the first failure, in channel order, is the one reported.
+    parallelFor(int64_t(jobs.size()), [&](int64_t i) {
+        Job& job = jobs[size_t(i)];
+        try {
+            job.plane = readChannel(job.data, job.area.w, job.area.h, big);
+        } catch (...) {
+            job.failure = std::current_exception();
+        }
+    });
+    for (auto& job : jobs) {
+        if (job.failure) std::rethrow_exception(job.failure);
+        rec.planes[job.id] = std::move(job.plane);
     }
 }
 
@@ -302,6 +324,28 @@ RGBABufferPtr readMerged(BEReader& r, int64_t w, int64_t h, int64_t channels, bo
         px[i * 4 + 3] = uint8_t(a);
     }
     return out;
+}
+
+// One row of premultiplied pixels into the four straight planes at `at`.
+void straightRow(const uint8_t* src, int64_t w, std::array<std::vector<uint8_t>, 4>& out, size_t at) {
+    uint8_t* r = out[0].data() + at;
+    uint8_t* g = out[1].data() + at;
+    uint8_t* b = out[2].data() + at;
+    uint8_t* a = out[3].data() + at;
+    for (int64_t x = 0; x < w; ++x) {
+        const unsigned alpha = src[x * 4 + 3];
+        a[x] = uint8_t(alpha);
+        if (alpha == 0) {
+            r[x] = g[x] = b[x] = 0;
+            continue;
+        }
+        const auto straight = [alpha](unsigned c) {
+            return uint8_t(std::min(((c * 255 + (alpha >> 1)) & 0xFFFF) / alpha, 255u));
+        };
+        r[x] = straight(src[x * 4]);
+        g[x] = straight(src[x * 4 + 1]);
+        b[x] = straight(src[x * 4 + 2]);
+    }
 }
 
 } // namespace
@@ -377,28 +421,12 @@ std::array<std::vector<uint8_t>, 4> planes(const RGBABuffer& buffer, const IRect
     const size_t n = size_t(std::max<int64_t>(rect.w, 0) * std::max<int64_t>(rect.h, 0));
     for (auto& p : out)
         p.resize(n);
-    for (int64_t y = 0; y < rect.h; ++y) {
-        const uint8_t* src = buffer.row(rect.y + y) + rect.x * 4;
-        const size_t at = size_t(y * rect.w);
-        uint8_t* r = out[0].data() + at;
-        uint8_t* g = out[1].data() + at;
-        uint8_t* b = out[2].data() + at;
-        uint8_t* a = out[3].data() + at;
-        for (int64_t x = 0; x < rect.w; ++x) {
-            const unsigned alpha = src[x * 4 + 3];
-            a[x] = uint8_t(alpha);
-            if (alpha == 0) {
-                r[x] = g[x] = b[x] = 0;
-                continue;
-            }
-            const auto straight = [alpha](unsigned c) {
-                return uint8_t(std::min(((c * 255 + (alpha >> 1)) & 0xFFFF) / alpha, 255u));
-            };
-            r[x] = straight(src[x * 4]);
-            g[x] = straight(src[x * 4 + 1]);
-            b[x] = straight(src[x * 4 + 2]);
-        }
-    }
+    constexpr int64_t kRowsPerBlock = 64;
+    parallelFor((rect.h + kRowsPerBlock - 1) / kRowsPerBlock, [&](int64_t block) {
+        const int64_t end = std::min(rect.h, (block + 1) * kRowsPerBlock);
+        for (int64_t y = block * kRowsPerBlock; y < end; ++y)
+            straightRow(buffer.row(rect.y + y) + rect.x * 4, rect.w, out, size_t(y * rect.w));
+    });
     return out;
 }
 
