@@ -623,6 +623,15 @@ std::vector<uint8_t> assemble(int64_t width, int64_t height, double dpi, const s
     KORV_REQUIRE(records.size() <= 32767);
     KORV_REQUIRE(merged.width() == width && merged.height() == height);
     BEWriter w;
+    // The channels are most of the file: reserving for them (and for a merged
+    // picture that packs no smaller than its raw size) keeps the buffer from regrowing.
+    size_t expected = 4096 + size_t(width * height) * 4 + size_t(height) * 8;
+    for (const auto& rec : records) {
+        expected += 512 + rec.name.size() * 3 + (rec.privateData ? rec.privateData->size() : 0);
+        for (const auto& channel : rec.channels)
+            expected += channel.second.size();
+    }
+    w.bytes.reserve(expected);
     w.append("8BPS");
     w.u16(1);
     w.zeros(6);
