@@ -12,9 +12,9 @@
 #include <gtest/gtest.h>
 
 using namespace korv;
-using korv::testing::readFile;
 using korv::test::maskHiding;
 using korv::test::solidLayer;
+using korv::testing::readFile;
 
 namespace {
 
@@ -212,6 +212,27 @@ TEST(StudioPSD, FilesOfOtherProgramsOpenWithTheirTreeAndLook) {
     EXPECT_TRUE(
         std::any_of(masked->layers.begin(), masked->layers.end(), [](auto& l) { return l.hasMask(); }));
     EXPECT_EQ(shareWithinTwo(*masked, maskBytes), 1.0);
+
+    // A group's own mask: grey inside its rectangle, the default colour (white) around it.
+    const auto groupMaskBytes = readFile("psd/group-with-mask.psd");
+    const auto groupMask = StudioPSD::read(groupMaskBytes);
+    const StudioLayer& maskedGroup = groupMask->layers.back();
+    ASSERT_TRUE(maskedGroup.isGroup() && maskedGroup.hasMask());
+    EXPECT_EQ(maskedGroup.mask->alpha(0, 0), 0);
+    EXPECT_EQ(shareWithinTwo(*groupMask, groupMaskBytes), 1.0);
+
+    // Another program's adjustment layer arrives as an empty layer that keeps its mask.
+    const auto curves = StudioPSD::read(readFile("psd/curves-adjustment.psd"));
+    ASSERT_EQ(curves->layers.size(), 1u);
+    EXPECT_EQ(curves->layers[0].kind, StudioLayerKind::pixel);
+    EXPECT_TRUE(curves->layers[0].pixels->isEmpty());
+    EXPECT_TRUE(curves->layers[0].hasMask());
+
+    const auto emptyLayer = StudioPSD::read(readFile("psd/empty-layer.psd"));
+    ASSERT_EQ(emptyLayer->layers.size(), 2u);
+    ASSERT_EQ(emptyLayer->layers[1].children.size(), 2u);
+    EXPECT_EQ(emptyLayer->layers[1].children[0].name, "empty");
+    EXPECT_TRUE(emptyLayer->layers[1].children[0].pixels->isEmpty());
 
     const auto empty = StudioPSD::read(readFile("psd/empty-group.psd"));
     ASSERT_EQ(empty->layers.size(), 2u);
