@@ -302,3 +302,29 @@ TEST(StudioPSD, HostileFilesFailFastAndNeverCrash) {
         }
     }
 }
+
+TEST(StudioPSD, EveryBlendModeTravelsByItsKey) {
+    const TileGrid grid(8, 8);
+    std::vector<StudioLayer> layers;
+    for (int m = 0; m < kBlendModeCount; ++m) {
+        StudioLayer l = solidLayer(grid, {90, 60, 30, 255}, {0, 0, 8, 8}, "Mode");
+        l.blendMode = BlendMode(m);
+        layers.push_back(std::move(l));
+    }
+    StudioDocument doc(8, 8, 72.0, std::move(layers));
+    auto bytes = StudioPSD::write(doc);
+    const auto layout = PSDFile::parse(bytes, false);
+    ASSERT_EQ(layout.records.size(), size_t(kBlendModeCount));
+    for (int m = 0; m < kBlendModeCount; ++m)
+        EXPECT_EQ(layout.records[size_t(m)].key, psdKey(BlendMode(m)));
+    const auto back = StudioPSD::read(bytes);
+    for (int m = 0; m < kBlendModeCount; ++m)
+        EXPECT_EQ(back->layers[size_t(m)].blendMode, BlendMode(m));
+
+    // A key of another program's mode, here dissolve, reads as normal.
+    const std::string signature = "8BIMscrn";
+    const auto at = std::search(bytes.begin(), bytes.end(), signature.begin(), signature.end());
+    ASSERT_NE(at, bytes.end());
+    std::copy_n("diss", 4, at + 4);
+    EXPECT_EQ(StudioPSD::read(bytes)->layers[2].blendMode, BlendMode::normal);
+}
