@@ -91,6 +91,11 @@ int convert(int argc, char** argv) {
     }
     const std::vector<std::string>& files = args.positional;
     if (files.size() != 2) throw UsageError("convert takes two files: korv convert IN OUT [options]");
+    if (isPSDName(files[1])) {
+        const Opened opened = openFile(files[0]);
+        std::printf("%s\n", writeDocument(*opened.document, files[1]).c_str());
+        return 0;
+    }
     if (isNativeName(files[1])) {
         const Opened opened = openFile(files[0]);
         const std::vector<uint8_t> bytes = StudioFile::encode(*opened.document);
@@ -101,7 +106,8 @@ int convert(int argc, char** argv) {
     }
     const std::optional<PhotoExportFormat> format = formatForExtension(files[1]);
     if (!format)
-        throw UsageError("the output must end in .jpg, .jpeg, .png, .tif, .tiff, .heic or .korvstudio.");
+        throw UsageError(
+            "the output must end in .jpg, .jpeg, .png, .tif, .tiff, .heic, .psd or .korvstudio.");
     PhotoExportOptions options(*format);
     if (quality) options.quality = *quality;
     if (scale) options.scale = *scale;

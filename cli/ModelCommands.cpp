@@ -38,7 +38,7 @@ const char* const kModelCommandsUsage =
 target layer (--layer NAME, the topmost of that name, or the active one; --mask
 for its mask) with an optional selection (--select-rect X,Y,W,H,
 --select-ellipse X,Y,W,H or --select-mask FILE), and writes OUT (.korvstudio,
-.png, .jpg, .tif, .heic); --json prints the steps, the active layer, the size
+.psd, .png, .jpg, .tif, .heic); --json prints the steps, the active layer, the size
 and the selection's bounds. Nothing to act on exits 1 and writes nothing.
   new-layer IN OUT              an empty pixel layer above the target
   new-group IN OUT              the target put into a new group

@@ -6,6 +6,7 @@
 #include "engine/formats/ImageImport.h"
 #include "engine/formats/StudioFile.h"
 #include "engine/formats/StudioImport.h"
+#include "engine/formats/StudioPSD.h"
 #include "engine/platform/Path.h"
 #include "engine/render/StudioRenderer.h"
 
@@ -116,7 +117,9 @@ Opened openFile(const std::string& path) {
     const std::vector<uint8_t> bytes = readFile(path);
     std::unique_ptr<StudioDocument> doc = StudioImport::document(bytes);
     std::string format = "korvstudio";
-    if (!StudioFile::isStudioFile(bytes))
+    if (bytes.size() >= 4 && std::equal(bytes.begin(), bytes.begin() + 4, "8BPS"))
+        format = "psd";
+    else if (!StudioFile::isStudioFile(bytes))
         if (auto f = ImageImport::formatOf(bytes)) format = std::string(toString(*f));
     return {format, std::move(doc)};
 }
@@ -150,9 +153,17 @@ bool isNativeName(const std::string& path) {
     return std::filesystem::path(path).extension() == "." + std::string(StudioFile::fileExtension);
 }
 
+bool isPSDName(const std::string& path) {
+    std::string ext = std::filesystem::path(path).extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    return ext == ".psd";
+}
+
 void requireWritableName(const std::string& path) {
-    if (!isNativeName(path) && !formatForExtension(path))
-        throw UsageError("the output must end in .jpg, .jpeg, .png, .tif, .tiff, .heic or .korvstudio.");
+    if (!isNativeName(path) && !isPSDName(path) && !formatForExtension(path))
+        throw UsageError(
+            "the output must end in .jpg, .jpeg, .png, .tif, .tiff, .heic, .psd or .korvstudio.");
 }
 
 std::string writeDocument(StudioDocument& doc, const std::string& path) {
@@ -162,6 +173,13 @@ std::string writeDocument(StudioDocument& doc, const std::string& path) {
         const std::vector<uint8_t> bytes = StudioFile::encode(doc);
         writeFileAtomically(path, bytes);
         std::snprintf(line, sizeof line, "Wrote %s: KORV Lumenary document, %ldx%ld, %zu bytes", path.c_str(),
+                      doc.width(), doc.height(), bytes.size());
+        return line;
+    }
+    if (isPSDName(path)) {
+        const std::vector<uint8_t> bytes = StudioPSD::write(doc);
+        writeFileAtomically(path, bytes);
+        std::snprintf(line, sizeof line, "Wrote %s: layered Photoshop PSD, %ldx%ld, %zu bytes", path.c_str(),
                       doc.width(), doc.height(), bytes.size());
         return line;
     }

@@ -65,6 +65,8 @@ PaintColor colour(const std::string& text, const std::string& what);
 
 std::optional<PhotoExportFormat> formatForExtension(const std::string& path);
 bool isNativeName(const std::string& path);
+// OUT ends in .psd, in any case: a layered Photoshop file.
+bool isPSDName(const std::string& path);
 // Throws a usage error unless OUT's extension names something `korv` writes.
 void requireWritableName(const std::string& path);
 // The document written atomically as OUT's extension chooses; the summary line.

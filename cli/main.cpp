@@ -20,9 +20,10 @@ Commands:
   render IN OUT.png             flatten a document or picture to a PNG at its
                                 own DPI
   convert IN OUT [--quality Q] [--scale S] [--background #RRGGBB]
-                                export as JPEG, PNG, TIFF, HEIC or a native
-                                document, chosen by OUT's extension (jpg, jpeg,
-                                png, tif, tiff, heic, korvstudio); Q from 0.05
+                                export as JPEG, PNG, TIFF, HEIC, a layered PSD
+                                or a native document, chosen by OUT's extension
+                                (jpg, jpeg, png, tif, tiff, heic, psd,
+                                korvstudio); Q from 0.05
                                 to 1 (default 0.9), S from 0.01 to 4 (default
                                 1); the background (default white) goes under
                                 transparent pixels of a JPEG
@@ -35,7 +36,7 @@ Commands:
                                 field of each
   paint IN OUT --brush NAME --color #RRGGBB[AA] --points FILE [options]
                                 paint one stroke on a pixel layer and write
-                                OUT (.korvstudio, .png, .jpg, .tif, .heic);
+                                OUT (.korvstudio, .psd, .png, .jpg, .tif, .heic);
                                 FILE (or - for standard input) is a JSON array
                                 of [x,y], [x,y,pressure] or [x,y,pressure,time]
                                 (pressure 1 and time i x 0.01 s when left out)
@@ -64,8 +65,9 @@ Commands:
                                 "Helvetica Neue"
   help [COMMAND]                show this text, or the part of one command
 
-Native documents (.korvstudio) open, and pictures from JPEG, PNG, TIFF, HEIC,
-AVIF, GIF, BMP, TGA and WebP; a file is recognised by its content, not its name.
+Native documents (.korvstudio) and 8-bit RGB Photoshop files (.psd) open with
+their layers, and pictures from JPEG, PNG, TIFF, HEIC, AVIF, GIF, BMP, TGA and
+WebP; a file is recognised by its content, not its name.
 Errors are printed on stderr and give a non-zero exit status; nothing is
 written on failure.
 )";

@@ -6,9 +6,10 @@
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/ExportError.h"
 #include "engine/formats/ImageImport.h"
-#include "engine/platform/Resampling.h"
 #include "engine/formats/StudioFile.h"
 #include "engine/formats/StudioImport.h"
+#include "engine/formats/StudioPSD.h"
+#include "engine/platform/Resampling.h"
 
 #include <algorithm>
 #include <array>
@@ -445,8 +446,22 @@ bool StudioModel::write(DocSession& session, const std::filesystem::path& url) {
 }
 
 void StudioModel::exportPSD() {
-    if (!current()) return;
-    setStatus("Layered PSD export isn't available yet. Use Export for JPEG, PNG, TIFF or HEIC.");
+    auto* session = current();
+    if (!session) return;
+    const auto url =
+        host_.savePanel({"Layered Photoshop PSD: layers, masks, groups, blend modes and opacity are kept.",
+                         session->name + ".psd", "psd"});
+    if (!url) return;
+    std::vector<uint8_t> bytes;
+    try {
+        host_.runBusy("Exporting " + inQuotes(url->filename().string()) + "\u2026",
+                      [&] { bytes = StudioPSD::write(*session->doc); });
+    } catch (const std::exception& e) {
+        show("Couldn't export the PSD", e.what());
+        return;
+    }
+    if (!writeFile(*url, bytes, "Couldn't export the PSD")) return;
+    setStatus("Exported " + url->filename().string());
 }
 
 void StudioModel::exportPicture(const PhotoExportOptions& options) {

@@ -10,18 +10,10 @@
 
 namespace korv {
 
-// Layered PSD files are recognised, but their reader comes later; they get
-// this error rather than a flat decode of their composite picture.
-class PSDNotYetError : public std::runtime_error {
-public:
-    PSDNotYetError()
-        : std::runtime_error("This Photoshop document can't be opened yet: KORV Lumenary doesn't read layered "
-                             "PSD files so far.") {}
-};
-
 namespace StudioImport {
 
-// Throws StudioFileError, PSDNotYetError or ExportError::cannotRead.
+// Throws StudioFileError, ExportError::cannotRead, or for a PSD its reader's
+// PSDError or BEReader::Short: a PSD never falls back to its flat picture.
 std::unique_ptr<StudioDocument> document(std::span<const uint8_t> bytes);
 
 } // namespace StudioImport

@@ -14,6 +14,12 @@ PaintDocument::PaintDocument(int64_t width, int64_t height, double dpi_)
     history_.push_back({"Open", capture()});
 }
 
+void PaintDocument::resetHistory() {
+    history_.clear();
+    history_.push_back({"Open", capture()});
+    cursor_ = 0;
+}
+
 int64_t PaintDocument::activeIndex() const {
     return layers.empty() ? 0 : std::clamp<int64_t>(activeIndex_, 0, int64_t(layers.size()) - 1);
 }

@@ -93,6 +93,8 @@ public:
     // Drops whatever was painted since the current step.
     void revertToLastCommit();
     const std::vector<Step>& history() const { return history_; }
+    // The history becomes one item "Open" holding the current state (a document just read).
+    void resetHistory();
     int64_t cursor() const { return cursor_; }
     int64_t changeCount() const { return changeCount_; }
     // Bytes of the distinct tiles that the history reaches.

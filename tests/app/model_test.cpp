@@ -220,10 +220,45 @@ TEST_F(ModelTest, ExportWritesThePictureAndLeavesTheDocumentDirty) {
     EXPECT_EQ(decoded->image->width(), 100);
     EXPECT_TRUE(model.current()->isDirty());
     EXPECT_FALSE(model.current()->fileURL);
+}
 
+TEST_F(ModelTest, ExportPSDWritesLayersAndReopensAsAnUnsavedDocument) {
+    model.newDocument(64, 40, 72, PaintColor::white(), "Poster");
+    model.placeBuffer(*solid(20, 10), "Red", std::nullopt, *model.doc());
+    const int64_t change = model.doc()->changeCount();
+    const auto url = temp / "poster.psd";
+
+    host.saveAnswers.push_back(std::nullopt); // the panel is cancelled: nothing happens
     model.exportPSD();
+    EXPECT_FALSE(std::filesystem::exists(url));
+
+    host.saveAnswers.push_back(url);
+    model.exportPSD();
+    const SavePanelRequest& panel = host.savePanels.back();
+    EXPECT_EQ(panel.suggestedName, "Poster.psd");
+    EXPECT_EQ(panel.extension, "psd");
+    EXPECT_EQ(panel.message,
+              "Layered Photoshop PSD: layers, masks, groups, blend modes and opacity are kept.");
     EXPECT_FALSE(model.alert);
-    EXPECT_NE(model.status.find("PSD"), std::string::npos);
+    EXPECT_EQ(model.status, "Exported poster.psd");
+    EXPECT_EQ(model.doc()->changeCount(), change);
+    EXPECT_TRUE(model.current()->isDirty());
+    EXPECT_FALSE(model.current()->fileURL);
+
+    // Opened again, it is named after the file and has no file of ours.
+    model.open(url);
+    ASSERT_EQ(model.sessions.size(), 2u);
+    EXPECT_EQ(model.current()->name, "poster");
+    EXPECT_FALSE(model.current()->fileURL);
+    EXPECT_FALSE(model.current()->isDirty());
+    ASSERT_EQ(model.doc()->layers.size(), 2u);
+    EXPECT_EQ(model.doc()->layers[1].name, "Red");
+
+    // A folder that can't be written to gives the export's own title.
+    host.saveAnswers.push_back(temp / "missing" / "x.psd");
+    model.exportPSD();
+    ASSERT_TRUE(model.alert);
+    EXPECT_EQ(model.alert->title, "Couldn't export the PSD");
 }
 
 TEST_F(ModelTest, DirtyCloseAsksAndACancelledSavePanelKeepsTheSession) {

@@ -27,6 +27,18 @@ check "a failing render leaves an existing file alone" bash -c "! '$korv' render
 check "a canvas over the limit is refused" bash -c "! '$korv' new 30001 1 '$work/c.korvstudio' 2>/dev/null && test ! -e '$work/c.korvstudio'"
 check "unknown commands exit 2" bash -c "'$korv' frobnicate 2>/dev/null; test \$? -eq 2"
 
+# Layered PSD: written by OUT's extension, read back here and by ImageMagick.
+"$korv" new 120 80 "$work/p.korvstudio" --background '#2040A0FF' > /dev/null
+"$korv" new-layer "$work/p.korvstudio" "$work/p2.korvstudio" > /dev/null
+echo '[[10,40],[110,40]]' > "$work/pline.json"
+check "paint writes a PSD" bash -c "'$korv' paint '$work/p2.korvstudio' '$work/p.psd' --brush 'Hard Round' --color '#FF0000' --points '$work/pline.json' --layer 'Layer 1' | grep -q 'layered Photoshop PSD, 120x80'"
+check "the PSD opens with both layers" bash -c "'$korv' info '$work/p.psd' | grep -q '\"format\": \"psd\"' && test \$('$korv' info '$work/p.psd' | grep -c '\"kind\": \"pixel\"') -eq 2"
+check "convert writes a PSD whatever the case of its extension" bash -c "'$korv' convert '$work/p.psd' '$work/q.PSD' | grep -q 'layered Photoshop PSD' && '$korv' render '$work/q.PSD' '$work/q.png' > /dev/null"
+check "ImageMagick sees the merged picture and both layers by name" bash -c "identify -format '%[label]|%g\n' '$work/p.psd' 2>/dev/null | tr '\n' ' ' | grep -qx '|120x80+0+0 Background|120x80+0+0 Layer 1|120x30+0+25 '"
+check "with their pixels" bash -c "test \"\$(convert '$work/p.psd[0]' -format '%[pixel:p{60,40}] %[pixel:p{60,5}]' info:)\" = 'srgba(255,0,0,1) srgba(32,64,160,1)' && test \"\$(convert '$work/p.psd[2]' -format '%[pixel:p{60,15}]' info:)\" = 'srgba(255,0,0,1)'"
+printf '8BPS\0\1' > "$work/cut.psd"
+check "a cut PSD is refused with a sentence" bash -c "! '$korv' render '$work/cut.psd' '$work/cut.png' 2> '$work/err' && grep -q 'ends too early' '$work/err' && test ! -e '$work/cut.png'"
+
 # Brushes and painting.
 check "help documents one command" bash -c "'$korv' help paint | grep -q -- '--points FILE' && ! '$korv' help paint | grep -q 'convert IN'"
 check "brushes lists 33 brushes" bash -c "test \$('$korv' brushes | grep -c '\"strength\":') -eq 33"

@@ -1,7 +1,9 @@
+#include "engine/formats/BEReader.h"
 #include "engine/formats/ExportError.h"
 #include "engine/formats/ImageExport.h"
 #include "engine/formats/StudioFile.h"
 #include "engine/formats/StudioImport.h"
+#include "engine/formats/StudioPSD.h"
 
 #include <gtest/gtest.h>
 
@@ -31,7 +33,12 @@ TEST(StudioImport, TheFirstBytesDecideTheReader) {
     EXPECT_THROW(StudioImport::document(damaged), StudioFileError);
     // "8BPS" is a PSD whatever follows, even 4 bytes alone.
     const std::vector<uint8_t> psd{'8', 'B', 'P', 'S'};
-    EXPECT_THROW(StudioImport::document(psd), PSDNotYetError);
+    EXPECT_THROW(StudioImport::document(psd), BEReader::Short);
+    // A whole one opens with its layers.
+    auto layered = StudioImport::document(StudioPSD::write(*picture));
+    ASSERT_EQ(layered->layers.size(), 1u);
+    EXPECT_EQ(layered->layers[0].name, "Background");
+    EXPECT_NEAR(layered->dpi, 300, 0.01);
     try {
         StudioImport::document(std::vector<uint8_t>{});
         FAIL();
