@@ -190,6 +190,12 @@ ExportDialog::ExportDialog(StudioModel& model, QWidget* parent) : QDialog(parent
     update();
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     buttons->button(QDialogButtonBox::Ok)->setText("Export…");
+    // Every layer kept, for other programs: the other way out of this sheet.
+    auto* psd = buttons->addButton("Layered PSD…", QDialogButtonBox::ActionRole);
+    connect(psd, &QPushButton::clicked, this, [this, &model] {
+        accept();
+        model.exportPSD();
+    });
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(form);
     layout->addWidget(buttons);
