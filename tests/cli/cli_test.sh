@@ -1,15 +1,8 @@
 #!/usr/bin/env bash
 # Black-box checks of the korv command: what it writes, and that a failure
 # writes nothing and exits non-zero with a sentence on stderr.
-set -u
 korv="$1"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fails=0
-check() { # description, then a command that must succeed
-    local what="$1"; shift
-    if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; fails=$((fails + 1)); fi
-}
+source "$(dirname "$0")/checks.sh"
 
 check "new writes a document" "$korv" new 300 200 "$work/a.korvstudio" --background '#FF000080'
 check "info reads it back" bash -c "'$korv' info '$work/a.korvstudio' | grep -q '\"width\": 300'"

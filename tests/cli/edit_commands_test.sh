@@ -2,25 +2,8 @@
 # Black-box checks of the editor's commands through korv: each is the named
 # step the editor records, refusals exit 1 with a sentence and write nothing,
 # command-line mistakes exit 2.
-set -u
 korv="$1"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fails=0
-check() { # description, then a command that must succeed
-    local what="$1"; shift
-    if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; fails=$((fails + 1)); fi
-}
-refused() { # description, expected exit status, expected words on stderr, output file, command...
-    local what="$1" status="$2" words="$3" out="$4"; shift 4
-    "$@" 2> "$work/err" > /dev/null
-    local got=$?
-    if [ "$got" -eq "$status" ] && grep -q -- "$words" "$work/err" && [ ! -e "$out" ]; then
-        echo "ok: $what"
-    else
-        echo "FAILED: $what (exit $got: $(cat "$work/err"))"; fails=$((fails + 1))
-    fi
-}
+source "$(dirname "$0")/checks.sh"
 
 "$korv" new 64 48 "$work/a.korvstudio" --background '#6080A0' > /dev/null
 "$korv" render "$work/a.korvstudio" "$work/a.png"

@@ -1,25 +1,8 @@
 #!/usr/bin/env bash
 # Black-box checks of korv add and korv fonts: layers from records, inline or
 # in a file, as the editor's named steps; mistakes in a record exit 2.
-set -u
 korv="$1"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fails=0
-check() { # description, then a command that must succeed
-    local what="$1"; shift
-    if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; fails=$((fails + 1)); fi
-}
-refused() { # description, expected exit status, expected words on stderr, output file, command...
-    local what="$1" status="$2" words="$3" out="$4"; shift 4
-    "$@" 2> "$work/err" > /dev/null
-    local got=$?
-    if [ "$got" -eq "$status" ] && grep -q -- "$words" "$work/err" && [ ! -e "$out" ]; then
-        echo "ok: $what"
-    else
-        echo "FAILED: $what (exit $got: $(cat "$work/err"))"; fails=$((fails + 1))
-    fi
-}
+source "$(dirname "$0")/checks.sh"
 
 "$korv" new 300 200 "$work/a.korvstudio" --background '#203040' > /dev/null
 "$korv" render "$work/a.korvstudio" "$work/a.png"
