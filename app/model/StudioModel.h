@@ -132,7 +132,7 @@ public:
     // What the Shape tool draws and the Text tool places; the drag or click
     // gives only the position.
     ShapeSpec shapeSpec = defaultShapeSpec();
-    TextSpec textSpec{"Your text here"};
+    TextSpec textSpec = defaultTextSpec();
     std::optional<Sheet> sheet;
     std::optional<CanvasRect> cropRect;
     int64_t tick = 0;
@@ -313,6 +313,9 @@ public:
 
     static nlohmann::json defaultBrush(Tool tool);
     static ShapeSpec defaultShapeSpec();
+    // In the installed family that stands in for the record's default, so
+    // that the font menus name the font the text is drawn in.
+    static TextSpec defaultTextSpec();
     static nlohmann::json defaultRetouch(const std::string& kind);
 
 private:

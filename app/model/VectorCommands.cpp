@@ -2,6 +2,7 @@
 // the Text and Shape tools and the command line give one.
 #include "app/model/StudioModel.h"
 #include "app/model/VectorTools.h"
+#include "engine/platform/TextLayout.h"
 
 #include <cmath>
 
@@ -32,6 +33,12 @@ ShapeSpec StudioModel::defaultShapeSpec() {
     ShapeSpec spec(ShapeKind::roundedRectangle);
     spec.fillColor = RGBA(0.25, 0.55, 0.95, 1);
     spec.strokeColor = RGBA::white();
+    return spec;
+}
+
+TextSpec StudioModel::defaultTextSpec() {
+    TextSpec spec("Your text here");
+    spec.fontFamily = TextLayout::resolveFamily(spec.fontFamily);
     return spec;
 }
 

@@ -2,7 +2,9 @@
 
 #include "app/model/CanvasZoom.h"
 #include "app/model/TransformHandles.h"
+#include "app/model/VectorTools.h"
 #include "engine/render/StudioRenderer.h"
+#include "engine/render/VectorRender.h"
 
 #include <QGraphicsPathItem>
 #include <QGraphicsPixmapItem>
@@ -108,6 +110,12 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     for (auto* item : {transformOutline_, transformHandles_})
         item->setZValue(20);
     cropShade_->setZValue(15);
+    // The rubber band of a shape being dragged: its outline, light over dark
+    // so that it shows on any picture.
+    QPen band(QColor(40, 150, 255), 0);
+    band.setDashPattern({5, 3});
+    shapePreview_ = scene_.addPath(QPainterPath(), band);
+    shapePreview_->setZValue(20);
     antsTimer_ = new QTimer(this);
     antsTimer_->setInterval(120);
     connect(antsTimer_, &QTimer::timeout, this, [this] {
@@ -323,6 +331,7 @@ void CanvasView::applyViewTransform() {
                       QPointF(std::round(b.x()), std::round(b.y())));
     };
     const StudioDocument& doc = *session_->doc;
+    shapePreview_->setTransform(t);
     antsLight_->setTransform(t);
     antsDark_->setTransform(t);
     updateTransformOverlay();
@@ -449,6 +458,17 @@ void CanvasView::mousePressEvent(QMouseEvent* event) {
         viewport()->setCursor(Qt::SizeAllCursor);
         return;
     }
+    if (left && !panRequest && model_.tool == Tool::text) {
+        const QPointF p = toPicture(event->position());
+        model_.textClick({p.x(), p.y()});
+        return;
+    }
+    if (left && !panRequest && model_.tool == Tool::shape) {
+        shapeStart_ = toPicture(event->position());
+        shapeNow_ = *shapeStart_;
+        updateShapePreview();
+        return;
+    }
     if (!panRequest && model_.tool == Tool::magicWand && left) {
         const QPointF p = toPicture(event->position());
         // Shift adds, Alt takes away, both keep only the overlap.
@@ -509,6 +529,11 @@ void CanvasView::mouseMoveEvent(QMouseEvent* event) {
         updateTransformOverlay();
         return;
     }
+    if (session_ && shapeStart_) {
+        shapeNow_ = toPicture(event->position());
+        updateShapePreview();
+        return;
+    }
     if (session_ && moving_) {
         // The layer follows the pointer in whole pixels; history sees one
         // step when the button comes up.
@@ -555,6 +580,12 @@ void CanvasView::mouseReleaseEvent(QMouseEvent*) {
     panning_ = false;
     transformHandle_.reset();
     viewport()->unsetCursor();
+    if (shapeStart_ && session_) {
+        const QPointF start = *shapeStart_;
+        shapeStart_.reset();
+        updateShapePreview();
+        model_.shapeDrag({start.x(), start.y()}, {shapeNow_.x(), shapeNow_.y()}, session_->zoom);
+    }
     if (moving_ && session_) {
         const Uuid id = *moving_;
         moving_.reset();
@@ -564,6 +595,15 @@ void CanvasView::mouseReleaseEvent(QMouseEvent*) {
         else if (model_.activeLayer() && model_.activeLayer()->id == id)
             model_.moveLayerBy(moveOffset_.x(), moveOffset_.y());
     }
+}
+
+void CanvasView::updateShapePreview() {
+    std::optional<ShapeSpec> spec;
+    if (shapeStart_ && session_)
+        spec = shapeFromDrag(model_.shapeSpec, {shapeStart_->x(), shapeStart_->y()},
+                             {shapeNow_.x(), shapeNow_.y()}, session_->zoom);
+    shapePreview_->setPath(spec ? painterPath(VectorRender::path(*spec)) : QPainterPath());
+    shapePreview_->setVisible(spec.has_value());
 }
 
 void CanvasView::keyPressEvent(QKeyEvent* event) {

@@ -98,6 +98,11 @@ private:
     QPointF moveStart_;
     QPoint moveOffset_;
     QPointF lastDrag_;
+    // The Shape tool's drag, in picture pixels, and the outline it would make.
+    std::optional<QPointF> shapeStart_;
+    QPointF shapeNow_;
+    QGraphicsPathItem* shapePreview_ = nullptr;
+    void updateShapePreview();
 };
 
 } // namespace korv

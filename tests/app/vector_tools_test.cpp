@@ -3,8 +3,10 @@
 #include "FakeHost.h"
 #include "app/model/StudioModel.h"
 #include "app/model/VectorTools.h"
+#include "engine/platform/TextLayout.h"
 #include "engine/render/VectorRender.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace korv {
@@ -128,6 +130,9 @@ TEST(VectorToolSettings, TheRecordsStartAsDesignedAndSurviveARestart) {
         EXPECT_EQ(model.shapeSpec.cornerRadius, 16);
         EXPECT_EQ(model.shapeSpec.sides, 6);
         EXPECT_EQ(model.textSpec.text, "Your text here");
+        // The menus can name the family: it is an installed one.
+        const auto families = TextLayout::families();
+        EXPECT_NE(std::find(families.begin(), families.end(), model.textSpec.fontFamily), families.end());
         model.shapeSpec.kind = ShapeKind::arrow;
         model.textSpec.fontFamily = "DejaVu Serif";
         model.textSpec.italic = true;
@@ -144,7 +149,7 @@ TEST(VectorToolSettings, TheRecordsStartAsDesignedAndSurviveARestart) {
     host.settings["korv.pe.textSpec"] = "\"text\"";
     StudioModel model(host, true);
     EXPECT_EQ(model.shapeSpec, StudioModel::defaultShapeSpec());
-    EXPECT_EQ(model.textSpec, TextSpec("Your text here"));
+    EXPECT_EQ(model.textSpec, StudioModel::defaultTextSpec());
 }
 
 } // namespace
