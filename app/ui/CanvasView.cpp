@@ -112,9 +112,11 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     cropShade_->setZValue(15);
     // The rubber band of a shape being dragged: its outline, light over dark
     // so that it shows on any picture.
-    QPen band(QColor(40, 150, 255), 0);
+    shapeUnder_ = scene_.addPath(QPainterPath(), QPen(QColor(255, 255, 255), 0));
+    QPen band(QColor(20, 110, 230), 0);
     band.setDashPattern({5, 3});
     shapePreview_ = scene_.addPath(QPainterPath(), band);
+    shapeUnder_->setZValue(19);
     shapePreview_->setZValue(20);
     antsTimer_ = new QTimer(this);
     antsTimer_->setInterval(120);
@@ -194,6 +196,7 @@ void CanvasView::clear() {
 
 void CanvasView::refresh() {
     flush();
+    updateShapePreview();
     updateSelectionOutline();
     updateTransformOverlay();
 }
@@ -332,6 +335,7 @@ void CanvasView::applyViewTransform() {
     };
     const StudioDocument& doc = *session_->doc;
     shapePreview_->setTransform(t);
+    shapeUnder_->setTransform(t);
     antsLight_->setTransform(t);
     antsDark_->setTransform(t);
     updateTransformOverlay();
@@ -602,8 +606,22 @@ void CanvasView::updateShapePreview() {
     if (shapeStart_ && session_)
         spec = shapeFromDrag(model_.shapeSpec, {shapeStart_->x(), shapeStart_->y()},
                              {shapeNow_.x(), shapeNow_.y()}, session_->zoom);
-    shapePreview_->setPath(spec ? painterPath(VectorRender::path(*spec)) : QPainterPath());
-    shapePreview_->setVisible(spec.has_value());
+    QPainterPath outline;
+    if (spec) {
+        outline = painterPath(VectorRender::path(*spec));
+    } else if (session_ && (model_.tool == Tool::text || model_.tool == Tool::shape)) {
+        const auto layer = model_.activeLayer();
+        if (layer && layer->kind == StudioLayerKind::shape && layer->shape) {
+            outline = painterPath(VectorRender::path(*layer->shape));
+        } else if (layer && layer->kind == StudioLayerKind::text && layer->text) {
+            const Rect box = VectorRender::textBounds(*layer->text);
+            outline.addRect(QRectF(box.x, box.y, box.w, box.h));
+        }
+    }
+    for (auto* item : {shapeUnder_, shapePreview_}) {
+        item->setPath(outline);
+        item->setVisible(!outline.isEmpty());
+    }
 }
 
 void CanvasView::keyPressEvent(QKeyEvent* event) {

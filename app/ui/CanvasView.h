@@ -33,6 +33,10 @@ public:
     void actualPixels();
     void setZoom(double zoom, std::optional<QPointF> around = std::nullopt);
     void zoomStep(bool in, std::optional<QPointF> around = std::nullopt);
+    // The outline of the shape being dragged; otherwise, with the Text or
+    // Shape tool, the outline of the chosen text or shape, so the user sees
+    // which one the Properties panel edits.
+    void updateShapePreview();
     // Told when the pointer's picture position (model.cursorInfo) changes.
     std::function<void()> onCursor;
 
@@ -102,7 +106,7 @@ private:
     std::optional<QPointF> shapeStart_;
     QPointF shapeNow_;
     QGraphicsPathItem* shapePreview_ = nullptr;
-    void updateShapePreview();
+    QGraphicsPathItem* shapeUnder_ = nullptr;
 };
 
 } // namespace korv
