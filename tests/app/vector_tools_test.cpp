@@ -122,6 +122,15 @@ TEST_F(VectorToolsTest, AShapeDragUsesBothColoursAndTheToolsRecord) {
     EXPECT_EQ(model.shapeSpec.fillColor, StudioModel::defaultShapeSpec().fillColor);
 }
 
+TEST(VectorToolsWithoutPicture, ClicksAndDragsDoNothing) {
+    FakeHost host;
+    StudioModel model(host, false);
+    model.textClick({10, 10});
+    EXPECT_FALSE(model.shapeDrag({0, 0}, {100, 100}, 1));
+    EXPECT_TRUE(model.sessions.empty());
+    EXPECT_FALSE(model.alert);
+}
+
 TEST(VectorToolSettings, TheRecordsStartAsDesignedAndSurviveARestart) {
     FakeHost host;
     {
