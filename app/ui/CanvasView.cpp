@@ -110,11 +110,13 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     for (auto* item : {transformOutline_, transformHandles_})
         item->setZValue(20);
     cropShade_->setZValue(15);
-    // The rubber band of a shape being dragged: its outline, light over dark
-    // so that it shows on any picture.
-    shapeUnder_ = scene_.addPath(QPainterPath(), QPen(QColor(255, 255, 255), 0));
-    QPen band(QColor(20, 110, 230), 0);
-    band.setDashPattern({5, 3});
+    // The rubber band of a shape being dragged: a thin white line over a
+    // soft dark one, so that it shows on any picture.
+    QPen shade(QColor(0, 0, 0, 230), 3);
+    shade.setCosmetic(true);
+    shapeUnder_ = scene_.addPath(QPainterPath(), shade);
+    QPen band(QColor(255, 255, 255), 1.2);
+    band.setCosmetic(true);
     shapePreview_ = scene_.addPath(QPainterPath(), band);
     shapeUnder_->setZValue(19);
     shapePreview_->setZValue(20);

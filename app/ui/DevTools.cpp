@@ -505,6 +505,28 @@ int writeSnapshots(const std::string& folderName) {
         model.select(model.doc()->layers[model.doc()->layers.size() - 5].id); // the star
         model.setTool(Tool::shape);
         shoot("properties-shape.png");
+        // A polygon being dragged out, its rubber band before the button comes up.
+        {
+            model.shapeSpec.kind = ShapeKind::polygon;
+            model.notify();
+            auto* viewport = window.canvas().viewport();
+            auto mouse = [viewport](QEvent::Type type, QPointF at) {
+                QMouseEvent e(type, at, viewport->mapToGlobal(at), Qt::LeftButton,
+                              type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
+                              Qt::NoModifier);
+                QApplication::sendEvent(viewport, &e);
+            };
+            const QPointF from(viewport->width() * 0.55, viewport->height() * 0.12);
+            const QPointF to(viewport->width() * 0.72, viewport->height() * 0.45);
+            mouse(QEvent::MouseButtonPress, from);
+            mouse(QEvent::MouseMove, to);
+            shoot("shape-drag.png");
+            mouse(QEvent::MouseButtonRelease, to);
+            shoot("shape-made.png");
+            model.undo();
+            model.shapeSpec = StudioModel::defaultShapeSpec();
+            model.notify();
+        }
         model.setTool(Tool::move);
         model.addFill(FillKind::linearGradient);
         model.setLayer(*model.doc()->activeID, "Fill", false, [](StudioLayer& l) {
