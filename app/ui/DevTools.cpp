@@ -3,6 +3,7 @@
 #include "app/model/AppFolders.h"
 #include "app/ui/CanvasView.h"
 #include "app/ui/CurvesEditor.h"
+#include "app/ui/FillEditorPanel.h"
 #include "app/ui/MainWindow.h"
 #include "app/ui/QtHost.h"
 #include "app/ui/ShapeEditorPanel.h"
@@ -15,11 +16,13 @@
 #include "engine/formats/StudioFile.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QSlider>
@@ -131,6 +134,35 @@ bool vectorLayersWork(StudioModel& model, MainWindow& window, ToolHost& host,
                   shape->shape->w > 50 && shown<ShapeEditorPanel>(window) != nullptr,
               "a Shape tool drag makes a shape layer and shows its editor");
     if (!shape || !shape->shape) return false;
+
+    // Layer ▸ New Fill Layer, then its kind changed in Properties: one step, and the pattern's controls show.
+    for (QAction* action : window.findChildren<QAction*>())
+        if (action->text() == "Linear Gradient" && action->parent() &&
+            qobject_cast<QMenu*>(action->parent()) &&
+            qobject_cast<QMenu*>(action->parent())->title() == "New Fill Layer")
+            action->trigger();
+    settle();
+    auto* fill = shown<FillEditorPanel>(window);
+    passed &= check(fill && model.activeLayer()->fill &&
+                        model.activeLayer()->fill->kind == FillKind::linearGradient,
+                    "Layer \u2192 New Fill Layer shows the fill editor");
+    if (fill) {
+        QComboBox* kind = nullptr;
+        for (auto* box : fill->findChildren<QComboBox*>())
+            if (box->findText("Radial Gradient") >= 0) kind = box;
+        const auto before = model.doc()->history().size();
+        if (kind) {
+            kind->setCurrentIndex(3);
+            emit kind->activated(3);
+        }
+        settle();
+        bool patternShows = false;
+        for (auto* box : fill->findChildren<QComboBox*>())
+            patternShows |= box->findText("Checker") >= 0 && box->isVisible();
+        passed &= check(kind && model.activeLayer()->fill->kind == FillKind::pattern &&
+                            model.doc()->history().size() == before + 1 && patternShows,
+                        "choosing Pattern is one step and shows the pattern's settings");
+    }
 
     host.saveTo = folder / "vector.korvstudio";
     model.save(true);
