@@ -2,8 +2,9 @@
 // Shows the current document: one pixmap item per grid tile, each placed by
 // the view transform, over a checker for transparency.
 // Only dirty tiles are rendered and swapped. Wheel zooms around the pointer,
-// a drag pans; with the magic wand a click selects. The selection's outline
-// is drawn as marching ants of constant width at any zoom.
+// a drag pans; with the magic wand a click selects, with the Text tool a click
+// places or picks text, and with the Shape tool a drag draws a shape. The
+// selection's outline is drawn as marching ants of constant width at any zoom.
 #include "app/model/StudioModel.h"
 #include "app/model/TransformHandles.h"
 
