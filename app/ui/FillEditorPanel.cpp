@@ -32,8 +32,8 @@ FillEditorPanel::FillEditorPanel(StudioModel& model, const Uuid& id, QWidget* pa
         form_.slider("Center Y", 0, 100, specField(&StudioLayer::fill, &FillSpec::centerY), 0, "%", 100);
     scale_ = form_.slider("Scale", 2, 400, specField(&StudioLayer::fill, &FillSpec::scale), 0, " px");
     scale_->setLogarithmic(true);
-    form_.onSync([this, &model] {
-        const auto* d = model.doc();
+    form_.onSync([this] {
+        const auto* d = form_.model.doc();
         const StudioLayer* l = d ? d->find(this->id) : nullptr;
         const FillSpec spec = l && l->fill ? *l->fill : FillSpec();
         const bool solid = spec.kind == FillKind::solid, radial = spec.kind == FillKind::radialGradient;

@@ -41,8 +41,8 @@ ShapeEditorPanel::ShapeEditorPanel(StudioModel& model, const Uuid& id, QWidget* 
     stroke->addStretch(1);
     form_.slider("Stroke width", 0, 200, specField(&StudioLayer::shape, &ShapeSpec::strokeWidth), 1, " px");
     form_.slider("Rotation", -180, 180, specField(&StudioLayer::shape, &ShapeSpec::rotation), 0, "°");
-    form_.onSync([this, &model] {
-        const auto* d = model.doc();
+    form_.onSync([this] {
+        const auto* d = form_.model.doc();
         const StudioLayer* l = d ? d->find(this->id) : nullptr;
         const ShapeKind kind = l && l->shape ? l->shape->kind : ShapeKind::rectangle;
         LayerForm::show(radius_, kind == ShapeKind::roundedRectangle);
