@@ -585,7 +585,7 @@ void CanvasView::mouseReleaseEvent(QMouseEvent*) {
     }
     panning_ = false;
     transformHandle_.reset();
-    viewport()->unsetCursor();
+    restoreCursor();
     if (shapeStart_ && session_) {
         const QPointF start = *shapeStart_;
         shapeStart_.reset();
@@ -601,6 +601,15 @@ void CanvasView::mouseReleaseEvent(QMouseEvent*) {
         else if (model_.activeLayer() && model_.activeLayer()->id == id)
             model_.moveLayerBy(moveOffset_.x(), moveOffset_.y());
     }
+}
+
+void CanvasView::restoreCursor() {
+    if (session_ && model_.tool == Tool::text)
+        viewport()->setCursor(Qt::IBeamCursor);
+    else if (session_ && model_.tool == Tool::shape)
+        viewport()->setCursor(Qt::CrossCursor);
+    else
+        viewport()->unsetCursor();
 }
 
 void CanvasView::updateShapePreview() {
@@ -620,6 +629,8 @@ void CanvasView::updateShapePreview() {
             outline.addRect(QRectF(box.x, box.y, box.w, box.h));
         }
     }
+    // Between gestures the pointer tells what a click will do.
+    if (!panning_ && !moving_ && !spaceDown_) restoreCursor();
     for (auto* item : {shapeUnder_, shapePreview_}) {
         item->setPath(outline);
         item->setVisible(!outline.isEmpty());
@@ -653,7 +664,7 @@ void CanvasView::keyPressEvent(QKeyEvent* event) {
 void CanvasView::keyReleaseEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
         spaceDown_ = false;
-        viewport()->unsetCursor();
+        restoreCursor();
         return;
     }
     QGraphicsView::keyReleaseEvent(event);

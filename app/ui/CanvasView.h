@@ -108,6 +108,8 @@ private:
     QPointF shapeNow_;
     QGraphicsPathItem* shapePreview_ = nullptr;
     QGraphicsPathItem* shapeUnder_ = nullptr;
+    // The pointer of the chosen tool when no gesture is under way.
+    void restoreCursor();
 };
 
 } // namespace korv
