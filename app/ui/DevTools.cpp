@@ -92,6 +92,9 @@ bool vectorLayersWork(StudioModel& model, MainWindow& window, ToolHost& host,
     auto* editor = shown<TextEditorPanel>(window);
     passed &= check(editor != nullptr, "the Properties panel shows the text editor");
     if (!editor || !text) return false;
+    passed &=
+        check(editor->textBox()->textCursor().selectedText() == QString::fromStdString(text->text->text),
+              "the placed text's words are chosen, ready to be typed over");
 
     const auto steps = model.doc()->history().size();
     auto* size = editor->sizeSlider()->slider();

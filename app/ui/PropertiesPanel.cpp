@@ -114,9 +114,12 @@ void PropertiesPanel::sync() {
     note_->setVisible(!note.isEmpty());
     if (layer->adjustment)
         makeEditor<AdjustmentEditor>(model_, layer->id, editor_, syncEditor_);
-    else if (layer->kind == StudioLayerKind::text && layer->text)
-        makeEditor<TextEditorPanel>(model_, layer->id, editor_, syncEditor_);
-    else if (layer->kind == StudioLayerKind::shape && layer->shape)
+    else if (layer->kind == StudioLayerKind::text && layer->text) {
+        auto* text = makeEditor<TextEditorPanel>(model_, layer->id, editor_, syncEditor_);
+        // The Text tool has just placed it: the user's next keys are its words.
+        if (model_.tool == Tool::text && model_.doc()->undoName() == std::optional<std::string>("New Text"))
+            text->startTyping();
+    } else if (layer->kind == StudioLayerKind::shape && layer->shape)
         makeEditor<ShapeEditorPanel>(model_, layer->id, editor_, syncEditor_);
     else if (layer->kind == StudioLayerKind::fill && layer->fill)
         makeEditor<FillEditorPanel>(model_, layer->id, editor_, syncEditor_);

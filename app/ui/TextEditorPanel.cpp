@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QPlainTextEdit>
 #include <QSignalBlocker>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace korv {
@@ -62,6 +63,14 @@ TextEditorPanel::TextEditorPanel(StudioModel& model, const Uuid& id, QWidget* pa
                  " px");
     form_.slider("Rotation", -180, 180, specField(&StudioLayer::text, &TextSpec::rotation), 0, "°");
     sync();
+}
+
+void TextEditorPanel::startTyping() {
+    // Once the panel is laid out and shown: a hidden widget can't take the focus.
+    QTimer::singleShot(0, box_, [box = box_] {
+        box->setFocus(Qt::OtherFocusReason);
+        box->selectAll();
+    });
 }
 
 void TextEditorPanel::sync() {

@@ -21,6 +21,9 @@ public:
     void sync();
     ValueSlider* sizeSlider() const { return size_; }
     QPlainTextEdit* textBox() const { return box_; }
+    // Puts the caret in the text box with all the words chosen, so that
+    // typing replaces them: for a text just placed.
+    void startTyping();
 
     const Uuid id;
 
