@@ -6,9 +6,9 @@
 #include "engine/formats/AtomicFile.h"
 #include "engine/formats/ExportError.h"
 #include "engine/formats/ImageImport.h"
+#include "engine/platform/Resampling.h"
 #include "engine/formats/StudioFile.h"
 #include "engine/formats/StudioImport.h"
-#include "engine/platform/Resampling.h"
 
 #include <algorithm>
 #include <array>
