@@ -542,6 +542,19 @@ void StudioModel::loadToolSettings() {
     };
     overlay("korv.pe.brushes", brushes);
     overlay("korv.pe.retouch", retouch);
+    // A record that can't be read whole keeps its default.
+    auto record = [&](const char* key, auto& into) {
+        const auto stored = host_.setting(key);
+        if (!stored) return;
+        const auto j = nlohmann::json::parse(*stored, nullptr, false);
+        if (!j.is_object()) return;
+        try {
+            into = j.get<std::decay_t<decltype(into)>>();
+        } catch (const nlohmann::json::exception&) {
+        }
+    };
+    record("korv.pe.shapeSpec", shapeSpec);
+    record("korv.pe.textSpec", textSpec);
     if (const auto stored = host_.setting("korv.pe.tool"))
         if (const auto t = toolFromString(*stored)) tool = *t;
 }
@@ -549,6 +562,8 @@ void StudioModel::loadToolSettings() {
 void StudioModel::saveToolSettings() {
     host_.setSetting("korv.pe.brushes", nlohmann::json(brushes).dump());
     host_.setSetting("korv.pe.retouch", nlohmann::json(retouch).dump());
+    host_.setSetting("korv.pe.shapeSpec", nlohmann::json(shapeSpec).dump());
+    host_.setSetting("korv.pe.textSpec", nlohmann::json(textSpec).dump());
     host_.setSetting("korv.pe.tool", std::string(toString(tool)));
 }
 

@@ -129,6 +129,10 @@ public:
     double redEyeSize = 28;
     double quickSize = 30;
     double bucketTolerance = 32;
+    // What the Shape tool draws and the Text tool places; the drag or click
+    // gives only the position.
+    ShapeSpec shapeSpec = defaultShapeSpec();
+    TextSpec textSpec = defaultTextSpec();
     std::optional<Sheet> sheet;
     std::optional<CanvasRect> cropRect;
     int64_t tick = 0;
@@ -236,6 +240,12 @@ public:
     void addFill(const FillSpec& spec);
     void addText(const TextSpec& spec);
     void addShape(const ShapeSpec& spec);
+    // The Text tool's click at a canvas point: selects the text under it, or
+    // places a new one there in textSpec and the primary colour.
+    void textClick(Point at);
+    // The Shape tool's drag between canvas points at the canvas's zoom; a
+    // slip of the hand makes nothing. True when a shape was added.
+    bool shapeDrag(Point start, Point end, double zoom);
     void addGroup();
     void ungroup();
     void duplicateLayer();
@@ -302,6 +312,10 @@ public:
     bool recover(const Recovery::Item& item);
 
     static nlohmann::json defaultBrush(Tool tool);
+    static ShapeSpec defaultShapeSpec();
+    // In the installed family that stands in for the record's default, so
+    // that the font menus name the font the text is drawn in.
+    static TextSpec defaultTextSpec();
     static nlohmann::json defaultRetouch(const std::string& kind);
 
 private:

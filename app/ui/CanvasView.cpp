@@ -2,7 +2,9 @@
 
 #include "app/model/CanvasZoom.h"
 #include "app/model/TransformHandles.h"
+#include "app/model/VectorTools.h"
 #include "engine/render/StudioRenderer.h"
+#include "engine/render/VectorRender.h"
 
 #include <QGraphicsPathItem>
 #include <QGraphicsPixmapItem>
@@ -108,6 +110,16 @@ CanvasView::CanvasView(StudioModel& model, QWidget* parent) : QGraphicsView(pare
     for (auto* item : {transformOutline_, transformHandles_})
         item->setZValue(20);
     cropShade_->setZValue(15);
+    // The rubber band of a shape being dragged: a thin white line over a
+    // soft dark one, so that it shows on any picture.
+    QPen shade(QColor(0, 0, 0, 230), 3);
+    shade.setCosmetic(true);
+    shapeUnder_ = scene_.addPath(QPainterPath(), shade);
+    QPen band(QColor(255, 255, 255), 1.2);
+    band.setCosmetic(true);
+    shapePreview_ = scene_.addPath(QPainterPath(), band);
+    shapeUnder_->setZValue(19);
+    shapePreview_->setZValue(20);
     antsTimer_ = new QTimer(this);
     antsTimer_->setInterval(120);
     connect(antsTimer_, &QTimer::timeout, this, [this] {
@@ -186,6 +198,7 @@ void CanvasView::clear() {
 
 void CanvasView::refresh() {
     flush();
+    updateShapePreview();
     updateSelectionOutline();
     updateTransformOverlay();
 }
@@ -323,6 +336,8 @@ void CanvasView::applyViewTransform() {
                       QPointF(std::round(b.x()), std::round(b.y())));
     };
     const StudioDocument& doc = *session_->doc;
+    shapePreview_->setTransform(t);
+    shapeUnder_->setTransform(t);
     antsLight_->setTransform(t);
     antsDark_->setTransform(t);
     updateTransformOverlay();
@@ -449,6 +464,17 @@ void CanvasView::mousePressEvent(QMouseEvent* event) {
         viewport()->setCursor(Qt::SizeAllCursor);
         return;
     }
+    if (left && !panRequest && model_.tool == Tool::text) {
+        const QPointF p = toPicture(event->position());
+        model_.textClick({p.x(), p.y()});
+        return;
+    }
+    if (left && !panRequest && model_.tool == Tool::shape) {
+        shapeStart_ = toPicture(event->position());
+        shapeNow_ = *shapeStart_;
+        updateShapePreview();
+        return;
+    }
     if (!panRequest && model_.tool == Tool::magicWand && left) {
         const QPointF p = toPicture(event->position());
         // Shift adds, Alt takes away, both keep only the overlap.
@@ -509,6 +535,11 @@ void CanvasView::mouseMoveEvent(QMouseEvent* event) {
         updateTransformOverlay();
         return;
     }
+    if (session_ && shapeStart_) {
+        shapeNow_ = toPicture(event->position());
+        updateShapePreview();
+        return;
+    }
     if (session_ && moving_) {
         // The layer follows the pointer in whole pixels; history sees one
         // step when the button comes up.
@@ -554,7 +585,13 @@ void CanvasView::mouseReleaseEvent(QMouseEvent*) {
     }
     panning_ = false;
     transformHandle_.reset();
-    viewport()->unsetCursor();
+    restoreCursor();
+    if (shapeStart_ && session_) {
+        const QPointF start = *shapeStart_;
+        shapeStart_.reset();
+        updateShapePreview();
+        model_.shapeDrag({start.x(), start.y()}, {shapeNow_.x(), shapeNow_.y()}, session_->zoom);
+    }
     if (moving_ && session_) {
         const Uuid id = *moving_;
         moving_.reset();
@@ -563,6 +600,40 @@ void CanvasView::mouseReleaseEvent(QMouseEvent*) {
             model_.refresh(true);
         else if (model_.activeLayer() && model_.activeLayer()->id == id)
             model_.moveLayerBy(moveOffset_.x(), moveOffset_.y());
+    }
+}
+
+void CanvasView::restoreCursor() {
+    if (session_ && model_.tool == Tool::text)
+        viewport()->setCursor(Qt::IBeamCursor);
+    else if (session_ && model_.tool == Tool::shape)
+        viewport()->setCursor(Qt::CrossCursor);
+    else
+        viewport()->unsetCursor();
+}
+
+void CanvasView::updateShapePreview() {
+    std::optional<ShapeSpec> spec;
+    if (shapeStart_ && session_)
+        spec = shapeFromDrag(model_.shapeSpec, {shapeStart_->x(), shapeStart_->y()},
+                             {shapeNow_.x(), shapeNow_.y()}, session_->zoom);
+    QPainterPath outline;
+    if (spec) {
+        outline = painterPath(VectorRender::path(*spec));
+    } else if (session_ && (model_.tool == Tool::text || model_.tool == Tool::shape)) {
+        const auto layer = model_.activeLayer();
+        if (layer && layer->kind == StudioLayerKind::shape && layer->shape) {
+            outline = painterPath(VectorRender::path(*layer->shape));
+        } else if (layer && layer->kind == StudioLayerKind::text && layer->text) {
+            const Rect box = VectorRender::textBounds(*layer->text);
+            outline.addRect(QRectF(box.x, box.y, box.w, box.h));
+        }
+    }
+    // Between gestures the pointer tells what a click will do.
+    if (!panning_ && !moving_ && !spaceDown_) restoreCursor();
+    for (auto* item : {shapeUnder_, shapePreview_}) {
+        item->setPath(outline);
+        item->setVisible(!outline.isEmpty());
     }
 }
 
@@ -593,7 +664,7 @@ void CanvasView::keyPressEvent(QKeyEvent* event) {
 void CanvasView::keyReleaseEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
         spaceDown_ = false;
-        viewport()->unsetCursor();
+        restoreCursor();
         return;
     }
     QGraphicsView::keyReleaseEvent(event);

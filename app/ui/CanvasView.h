@@ -2,8 +2,9 @@
 // Shows the current document: one pixmap item per grid tile, each placed by
 // the view transform, over a checker for transparency.
 // Only dirty tiles are rendered and swapped. Wheel zooms around the pointer,
-// a drag pans; with the magic wand a click selects. The selection's outline
-// is drawn as marching ants of constant width at any zoom.
+// a drag pans; with the magic wand a click selects, with the Text tool a click
+// places or picks text, and with the Shape tool a drag draws a shape. The
+// selection's outline is drawn as marching ants of constant width at any zoom.
 #include "app/model/StudioModel.h"
 #include "app/model/TransformHandles.h"
 
@@ -33,6 +34,10 @@ public:
     void actualPixels();
     void setZoom(double zoom, std::optional<QPointF> around = std::nullopt);
     void zoomStep(bool in, std::optional<QPointF> around = std::nullopt);
+    // The outline of the shape being dragged; otherwise, with the Text or
+    // Shape tool, the outline of the chosen text or shape, so the user sees
+    // which one the Properties panel edits.
+    void updateShapePreview();
     // Told when the pointer's picture position (model.cursorInfo) changes.
     std::function<void()> onCursor;
 
@@ -98,6 +103,13 @@ private:
     QPointF moveStart_;
     QPoint moveOffset_;
     QPointF lastDrag_;
+    // The Shape tool's drag, in picture pixels, and the outline it would make.
+    std::optional<QPointF> shapeStart_;
+    QPointF shapeNow_;
+    QGraphicsPathItem* shapePreview_ = nullptr;
+    QGraphicsPathItem* shapeUnder_ = nullptr;
+    // The pointer of the chosen tool when no gesture is under way.
+    void restoreCursor();
 };
 
 } // namespace korv

@@ -3,8 +3,11 @@
 #include "app/model/AppFolders.h"
 #include "app/ui/CanvasView.h"
 #include "app/ui/CurvesEditor.h"
+#include "app/ui/FillEditorPanel.h"
 #include "app/ui/MainWindow.h"
 #include "app/ui/QtHost.h"
+#include "app/ui/ShapeEditorPanel.h"
+#include "app/ui/TextEditorPanel.h"
 #include "app/ui/ValueSlider.h"
 #include "engine/core/Selection.h"
 #include "engine/document/SampleDocument.h"
@@ -13,12 +16,15 @@
 #include "engine/formats/StudioFile.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMouseEvent>
+#include <QPlainTextEdit>
 #include <QSlider>
 #include <QTemporaryDir>
 #include <QToolButton>
@@ -51,6 +57,127 @@ void settle() {
 bool check(bool condition, const char* what) {
     std::printf("%s %s\n", condition ? "ok  " : "FAIL", what);
     return condition;
+}
+
+// The visible child of type W, if any; the widgets carry no meta-object of
+// their own, so they are told apart by their C++ type.
+template <class W>
+W* shown(QWidget& window) {
+    for (auto* w : window.findChildren<QWidget*>())
+        if (auto* found = dynamic_cast<W*>(w); found && found->isVisible()) return found;
+    return nullptr;
+}
+
+// The Text and Shape tools on the canvas, the text editor in Properties, and
+// both kinds still editable after a save and reopen.
+bool vectorLayersWork(StudioModel& model, MainWindow& window, ToolHost& host,
+                      const std::filesystem::path& folder) {
+    bool passed = true;
+    auto* viewport = window.canvas().viewport();
+    auto mouse = [viewport](QEvent::Type type, QPointF at) {
+        QMouseEvent e(type, at, viewport->mapToGlobal(at), Qt::LeftButton,
+                      type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(viewport, &e);
+    };
+    const QPointF middle(viewport->width() / 2.0, viewport->height() / 2.0);
+    const auto layers = model.doc()->rows().size();
+    model.setTool(Tool::text);
+    mouse(QEvent::MouseButtonPress, middle);
+    mouse(QEvent::MouseButtonRelease, middle);
+    settle();
+    const auto text = model.activeLayer();
+    passed &= check(text && text->kind == StudioLayerKind::text && model.doc()->rows().size() == layers + 1 &&
+                        model.doc()->undoName() == std::optional<std::string>("New Text"),
+                    "a Text tool click places a text layer");
+    auto* editor = shown<TextEditorPanel>(window);
+    passed &= check(editor != nullptr, "the Properties panel shows the text editor");
+    if (!editor || !text) return false;
+    passed &=
+        check(editor->textBox()->textCursor().selectedText() == QString::fromStdString(text->text->text),
+              "the placed text's words are chosen, ready to be typed over");
+
+    const auto steps = model.doc()->history().size();
+    auto* size = editor->sizeSlider()->slider();
+    size->setSliderDown(true);
+    for (int v = size->maximum() * 6 / 10; v <= size->maximum() * 7 / 10; v += size->maximum() / 40)
+        size->setValue(v);
+    size->setSliderDown(false);
+    settle();
+    const double newSize = model.activeLayer()->text->size;
+    passed &= check(model.doc()->history().size() == steps + 1 && newSize > text->text->size,
+                    "a drag of the text size is one history step");
+
+    // Typing goes on in the same editor: a rebuilt one would lose the caret.
+    editor->textBox()->moveCursor(QTextCursor::End);
+    for (const char* more : {" a", "nd", " more"})
+        editor->textBox()->insertPlainText(more);
+    settle();
+    passed &= check(shown<TextEditorPanel>(window) == editor &&
+                        model.activeLayer()->text->text == text->text->text + " and more" &&
+                        model.doc()->history().size() == steps + 2,
+                    "typing in the text box is one step, and the editor stays");
+
+    // A click on the text selects it rather than placing another.
+    model.select(model.doc()->layers.front().id);
+    mouse(QEvent::MouseButtonPress, middle + QPointF(4, 4));
+    mouse(QEvent::MouseButtonRelease, middle + QPointF(4, 4));
+    settle();
+    passed &= check(model.doc()->activeID == text->id && model.doc()->rows().size() == layers + 1,
+                    "a Text tool click on text selects it");
+
+    model.setTool(Tool::shape);
+    mouse(QEvent::MouseButtonPress, middle - QPointF(80, 60));
+    mouse(QEvent::MouseMove, middle);
+    mouse(QEvent::MouseMove, middle + QPointF(40, 30));
+    mouse(QEvent::MouseButtonRelease, middle + QPointF(40, 30));
+    settle();
+    const auto shape = model.activeLayer();
+    passed &=
+        check(shape && shape->shape && model.doc()->undoName() == std::optional<std::string>("New Shape") &&
+                  shape->shape->w > 50 && shown<ShapeEditorPanel>(window) != nullptr,
+              "a Shape tool drag makes a shape layer and shows its editor");
+    if (!shape || !shape->shape) return false;
+
+    // Layer ▸ New Fill Layer, then its kind changed in Properties: one step, and the pattern's controls show.
+    for (QAction* action : window.findChildren<QAction*>())
+        if (action->text() == "Linear Gradient" && action->parent() &&
+            qobject_cast<QMenu*>(action->parent()) &&
+            qobject_cast<QMenu*>(action->parent())->title() == "New Fill Layer")
+            action->trigger();
+    settle();
+    auto* fill = shown<FillEditorPanel>(window);
+    passed &= check(fill && model.activeLayer()->fill &&
+                        model.activeLayer()->fill->kind == FillKind::linearGradient,
+                    "Layer \u2192 New Fill Layer shows the fill editor");
+    if (fill) {
+        QComboBox* kind = nullptr;
+        for (auto* box : fill->findChildren<QComboBox*>())
+            if (box->findText("Radial Gradient") >= 0) kind = box;
+        const auto before = model.doc()->history().size();
+        if (kind) {
+            kind->setCurrentIndex(3);
+            emit kind->activated(3);
+        }
+        settle();
+        bool patternShows = false;
+        for (auto* box : fill->findChildren<QComboBox*>())
+            patternShows |= box->findText("Checker") >= 0 && box->isVisible();
+        passed &= check(kind && model.activeLayer()->fill->kind == FillKind::pattern &&
+                            model.doc()->history().size() == before + 1 && patternShows,
+                        "choosing Pattern is one step and shows the pattern's settings");
+    }
+
+    host.saveTo = folder / "vector.korvstudio";
+    model.save(true);
+    StudioModel again(host, false);
+    again.open(*host.saveTo);
+    const StudioLayer* reText = again.doc() ? again.doc()->find(text->id) : nullptr;
+    const StudioLayer* reShape = again.doc() ? again.doc()->find(shape->id) : nullptr;
+    passed &= check(reText && reText->text && reText->text->text == text->text->text + " and more" &&
+                        reShape && reShape->shape && *reShape->shape == *shape->shape,
+                    "text and shapes stay editable after saving and reopening");
+    model.setTool(Tool::move);
+    return passed;
 }
 
 } // namespace
@@ -247,6 +374,8 @@ int runSelfTest() {
             }
         passed &=
             check(menuButtons >= 3 && menusOpenOnClick, "the Layers panel's menu buttons open on a click");
+
+        passed &= vectorLayersWork(reader, window, host, folder);
     }
     AppFolders::setBaseOverride(std::nullopt);
     std::printf("%s\n", passed ? "selftest passed" : "selftest FAILED");
@@ -358,6 +487,93 @@ int writeSnapshots(const std::string& folderName) {
         shoot("crop-tool.png");
         model.cropRect.reset();
         model.setTool(Tool::move);
+
+        // Text and shapes over a photograph, each kind's editor in Properties.
+        model.add(std::make_shared<DocSession>(makeSampleDocument(1600, 1000), "Poster"));
+        TextSpec title("Golden Hour\nin the hills");
+        title.fontFamily = model.textSpec.fontFamily;
+        title.size = 120;
+        title.x = 90;
+        title.y = 70;
+        title.lineSpacing = 1.1;
+        model.addText(title);
+        const Uuid titleID = *model.doc()->activeID;
+        TextSpec caption("Saturday, 7 pm · bring a blanket");
+        caption.fontFamily = model.textSpec.fontFamily;
+        caption.size = 44;
+        caption.bold = false;
+        caption.italic = true;
+        caption.x = 96;
+        caption.y = 420;
+        caption.color = RGBA(1, 0.86, 0.55, 1);
+        model.addText(caption);
+        ShapeSpec badge(ShapeKind::star);
+        badge.x = 1220, badge.y = 80, badge.w = 260, badge.h = 260, badge.sides = 5;
+        badge.fillColor = RGBA(1, 0.78, 0.2, 1);
+        badge.strokeEnabled = true;
+        badge.strokeColor = RGBA(1, 1, 1, 1);
+        badge.strokeWidth = 6;
+        model.addShape(badge);
+        ShapeSpec panel(ShapeKind::roundedRectangle);
+        panel.x = 80, panel.y = 700, panel.w = 520, panel.h = 200, panel.cornerRadius = 28;
+        panel.fillColor = RGBA(0.1, 0.12, 0.2, 0.75);
+        model.addShape(panel);
+        ShapeSpec ring(ShapeKind::ellipse);
+        ring.x = 700, ring.y = 640, ring.w = 260, ring.h = 260;
+        ring.fillEnabled = false;
+        ring.strokeEnabled = true;
+        ring.strokeWidth = 10;
+        model.addShape(ring);
+        ShapeSpec arrow(ShapeKind::arrow);
+        arrow.x = 1040, arrow.y = 720, arrow.w = 360, arrow.h = 140;
+        arrow.fillColor = RGBA(0.95, 0.35, 0.3, 1);
+        model.addShape(arrow);
+        ShapeSpec rule(ShapeKind::line);
+        rule.x = 96, rule.y = 390, rule.w = 700, rule.h = 0;
+        rule.strokeWidth = 4;
+        rule.fillColor = RGBA(1, 1, 1, 1);
+        model.addShape(rule);
+        model.select(titleID);
+        model.setTool(Tool::text);
+        window.sideTabs().setCurrentIndex(0);
+        shoot("properties-text.png");
+        model.select(model.doc()->layers[model.doc()->layers.size() - 5].id); // the star
+        model.setTool(Tool::shape);
+        shoot("properties-shape.png");
+        // A polygon being dragged out, its rubber band before the button comes up.
+        {
+            model.shapeSpec.kind = ShapeKind::polygon;
+            model.notify();
+            auto* viewport = window.canvas().viewport();
+            auto mouse = [viewport](QEvent::Type type, QPointF at) {
+                QMouseEvent e(type, at, viewport->mapToGlobal(at), Qt::LeftButton,
+                              type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
+                              Qt::NoModifier);
+                QApplication::sendEvent(viewport, &e);
+            };
+            const QPointF from(viewport->width() * 0.55, viewport->height() * 0.12);
+            const QPointF to(viewport->width() * 0.72, viewport->height() * 0.45);
+            mouse(QEvent::MouseButtonPress, from);
+            mouse(QEvent::MouseMove, to);
+            shoot("shape-drag.png");
+            mouse(QEvent::MouseButtonRelease, to);
+            shoot("shape-made.png");
+            model.undo();
+            model.shapeSpec = StudioModel::defaultShapeSpec();
+            model.notify();
+        }
+        model.setTool(Tool::move);
+        model.addFill(FillKind::linearGradient);
+        model.setLayer(*model.doc()->activeID, "Fill", false, [](StudioLayer& l) {
+            l.fill->color1 = RGBA(0.95, 0.45, 0.15, 1);
+            l.fill->color2 = RGBA(0.2, 0.1, 0.45, 1);
+            l.opacity = 0.45;
+            l.blendMode = BlendMode::overlay;
+        });
+        shoot("properties-fill.png");
+        model.addFill(FillKind::pattern);
+        shoot("properties-fill-pattern.png");
+        model.undo();
 
         // What a save or open that takes a while shows over the window.
         model.setBusy("Saving \u201CPortrait.korvstudio\u201D\u2026");

@@ -314,12 +314,14 @@ void MainWindow::sync() {
     auto* session = model_.current();
     auto* doc = model_.doc();
     centre_->setCurrentWidget(session ? static_cast<QWidget*>(canvas_) : empty_);
-    // A new adjustment layer is made to be set: its settings come to the front.
+    canvas_->updateShapePreview();
+    // A new adjustment, text, shape or fill layer is made to be set: its settings come to the front.
     const auto active = doc ? doc->activeID : std::nullopt;
     if (active != lastActive_) {
         lastActive_ = active;
         const auto layer = model_.activeLayer();
-        if (layer && layer->adjustment && doc->undoName().value_or("").starts_with("New "))
+        if (layer && (layer->adjustment || layer->isVector()) &&
+            doc->undoName().value_or("").starts_with("New "))
             sideTabs_->setCurrentIndex(0);
     }
     for (QAction* action : needPicture_)

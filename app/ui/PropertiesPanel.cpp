@@ -1,6 +1,9 @@
 #include "app/ui/PropertiesPanel.h"
 
 #include "app/ui/AdjustmentEditor.h"
+#include "app/ui/FillEditorPanel.h"
+#include "app/ui/ShapeEditorPanel.h"
+#include "app/ui/TextEditorPanel.h"
 
 #include <QLabel>
 #include <QScrollArea>
@@ -62,6 +65,23 @@ PropertiesPanel::~PropertiesPanel() {
     model_.unobserve(observer_);
 }
 
+AdjustmentEditor* PropertiesPanel::adjustmentEditor() const {
+    return dynamic_cast<AdjustmentEditor*>(editor_);
+}
+
+namespace {
+
+// Puts a new editor of type E in place and keeps its sync.
+template <class E>
+E* makeEditor(StudioModel& model, const Uuid& id, QWidget*& slot, std::function<void()>& sync) {
+    auto* e = new E(model, id);
+    slot = e;
+    sync = [e] { e->sync(); };
+    return e;
+}
+
+} // namespace
+
 void PropertiesPanel::sync() {
     const auto layer = model_.activeLayer();
     std::string shape = "none";
@@ -71,7 +91,7 @@ void PropertiesPanel::sync() {
         if (layer->adjustment) shape += AdjustmentEditor::shape(*layer->adjustment);
     }
     if (shape == shown_) {
-        if (editor_) editor_->sync();
+        if (syncEditor_) syncEditor_();
         return;
     }
     shown_ = shape;
@@ -80,6 +100,7 @@ void PropertiesPanel::sync() {
         editor_->hide();
         editor_->deleteLater();
         editor_ = nullptr;
+        syncEditor_ = nullptr;
     }
     if (!layer) {
         header_->setText(model_.doc() ? "No layer selected." : "Open a picture to see its layers' settings.");
@@ -91,10 +112,18 @@ void PropertiesPanel::sync() {
     const QString note = noteFor(*layer);
     note_->setText(note);
     note_->setVisible(!note.isEmpty());
-    if (layer->adjustment) {
-        editor_ = new AdjustmentEditor(model_, layer->id);
-        body_->insertWidget(2, editor_);
-    }
+    if (layer->adjustment)
+        makeEditor<AdjustmentEditor>(model_, layer->id, editor_, syncEditor_);
+    else if (layer->kind == StudioLayerKind::text && layer->text) {
+        auto* text = makeEditor<TextEditorPanel>(model_, layer->id, editor_, syncEditor_);
+        // The Text tool has just placed it: the user's next keys are its words.
+        if (model_.tool == Tool::text && model_.doc()->undoName() == std::optional<std::string>("New Text"))
+            text->startTyping();
+    } else if (layer->kind == StudioLayerKind::shape && layer->shape)
+        makeEditor<ShapeEditorPanel>(model_, layer->id, editor_, syncEditor_);
+    else if (layer->kind == StudioLayerKind::fill && layer->fill)
+        makeEditor<FillEditorPanel>(model_, layer->id, editor_, syncEditor_);
+    if (editor_) body_->insertWidget(2, editor_);
 }
 
 } // namespace korv

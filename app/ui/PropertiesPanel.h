@@ -1,6 +1,6 @@
 #pragma once
 // The active layer's settings: its kind with a short note on how such a layer
-// behaves, and below it the editor for its kind (adjustment layers so far).
+// behaves, and below it the editor for its kind.
 #include "app/model/StudioModel.h"
 
 #include <QWidget>
@@ -17,7 +17,7 @@ public:
     PropertiesPanel(StudioModel& model, QWidget* parent = nullptr);
     ~PropertiesPanel() override;
 
-    AdjustmentEditor* adjustmentEditor() const { return editor_; }
+    AdjustmentEditor* adjustmentEditor() const;
 
 private:
     void sync();
@@ -27,7 +27,9 @@ private:
     QLabel* header_;
     QLabel* note_;
     QVBoxLayout* body_;
-    AdjustmentEditor* editor_ = nullptr;
+    // The editor of the layer's kind, and how it shows the layer's values.
+    QWidget* editor_ = nullptr;
+    std::function<void()> syncEditor_;
     std::string shown_;
 };
 

@@ -23,6 +23,10 @@ QString mark(Tool tool) {
         return "✦";
     case Tool::crop:
         return "⌗";
+    case Tool::text:
+        return "T";
+    case Tool::shape:
+        return "◩";
     default:
         return text(displayName(tool)).left(2);
     }
@@ -31,7 +35,8 @@ QString mark(Tool tool) {
 } // namespace
 
 bool ToolPalette::isAvailable(Tool tool) {
-    return tool == Tool::move || tool == Tool::magicWand || tool == Tool::crop;
+    return tool == Tool::move || tool == Tool::magicWand || tool == Tool::crop || tool == Tool::text ||
+           tool == Tool::shape;
 }
 
 ToolPalette::ToolPalette(StudioModel& model, QWidget* parent)
