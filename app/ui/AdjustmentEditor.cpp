@@ -3,6 +3,7 @@
 #include "app/ui/ColorWell.h"
 #include "app/ui/CurvesEditor.h"
 #include "app/ui/Histogram.h"
+#include "app/ui/SegmentStrip.h"
 #include "app/ui/ValueSlider.h"
 
 #include <QButtonGroup>
@@ -125,23 +126,9 @@ QWidget* AdjustmentEditor::toggle(const QString& label, std::function<bool(const
 }
 
 QWidget* AdjustmentEditor::picker(const QStringList& items, int* state) {
-    auto* row = new QWidget;
-    // The chosen segment must stand out: the plain checked look is hard to see on the dark theme.
-    row->setStyleSheet("QToolButton { padding: 3px; } QToolButton:checked { background: rgb(64,128,230); "
-                       "color: white; border: 1px solid rgb(64,128,230); }");
-    auto* h = new QHBoxLayout(row);
-    h->setContentsMargins(0, 0, 0, 0);
-    h->setSpacing(0);
-    auto* group = new QButtonGroup(row);
-    for (int i = 0; i < items.size(); ++i) {
-        auto* b = new QToolButton;
-        b->setText(items[i]);
-        b->setCheckable(true);
-        b->setChecked(i == *state);
-        b->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-        group->addButton(b, i);
-        h->addWidget(b);
-    }
+    QButtonGroup* group = nullptr;
+    auto* row = segmentStrip(items, {}, &group);
+    if (auto* chosen = group->button(*state)) chosen->setChecked(true);
     connect(group, &QButtonGroup::idClicked, this, [this, state](int i) {
         *state = i;
         sync();

@@ -1,10 +1,7 @@
 #include "app/ui/EmptyState.h"
 
-#include <QDragEnterEvent>
-#include <QDropEvent>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QMimeData>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -12,7 +9,8 @@ namespace korv {
 
 EmptyState::EmptyState(StudioModel& model, QWidget* parent) : QWidget(parent), model_(model) {
     setObjectName("emptyState");
-    setAcceptDrops(true);
+    // A dropped photo goes on to the window, which opens what is dropped anywhere on it.
+    setAcceptDrops(false);
     auto* column = new QVBoxLayout(this);
     column->addStretch(1);
     auto* title = new QLabel("KORV Lumenary");
@@ -45,18 +43,6 @@ EmptyState::EmptyState(StudioModel& model, QWidget* parent) : QWidget(parent), m
     row->addStretch(1);
     column->addLayout(row);
     column->addStretch(1);
-}
-
-void EmptyState::dragEnterEvent(QDragEnterEvent* event) {
-    if (event->mimeData()->hasUrls()) event->acceptProposedAction();
-}
-
-void EmptyState::dropEvent(QDropEvent* event) {
-    std::vector<std::filesystem::path> files;
-    for (const QUrl& url : event->mimeData()->urls())
-        if (url.isLocalFile()) files.emplace_back(url.toLocalFile().toStdString());
-    event->acceptProposedAction();
-    model_.openAll(files);
 }
 
 } // namespace korv

@@ -11,10 +11,6 @@ class EmptyState : public QWidget {
 public:
     EmptyState(StudioModel& model, QWidget* parent = nullptr);
 
-protected:
-    void dragEnterEvent(QDragEnterEvent* event) override;
-    void dropEvent(QDropEvent* event) override;
-
 private:
     StudioModel& model_;
 };

@@ -1,6 +1,7 @@
 #include "app/ui/LayerForm.h"
 
 #include "app/ui/ColorWell.h"
+#include "app/ui/SegmentStrip.h"
 #include "app/ui/ValueSlider.h"
 
 #include <QButtonGroup>
@@ -123,23 +124,8 @@ QComboBox* LayerForm::choice(const QString& label, const QStringList& items,
 
 QWidget* LayerForm::segments(const QString& label, const QStringList& items, const QStringList& help,
                              std::pair<LayerGet<int>, LayerSet<int>> f) {
-    auto* strip = new QWidget;
-    // The chosen segment must stand out: the plain checked look is hard to see on the dark theme.
-    strip->setStyleSheet("QToolButton { padding: 3px; } QToolButton:checked { background: rgb(64,128,230); "
-                         "color: white; border: 1px solid rgb(64,128,230); }");
-    auto* h = new QHBoxLayout(strip);
-    h->setContentsMargins(0, 0, 0, 0);
-    h->setSpacing(0);
-    auto* group = new QButtonGroup(strip);
-    for (int i = 0; i < items.size(); ++i) {
-        auto* b = new QToolButton;
-        b->setText(items[i]);
-        if (i < help.size()) b->setToolTip(help[i]);
-        b->setCheckable(true);
-        b->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-        group->addButton(b, i);
-        h->addWidget(b);
-    }
+    QButtonGroup* group = nullptr;
+    auto* strip = segmentStrip(items, help, &group);
     auto binding = model.bindLayer<int>(id, stepFor(label), f.first, f.second, 0);
     QObject::connect(group, &QButtonGroup::idClicked, strip, [binding](int i) { binding.set(i); });
     refreshers_.push_back([group, binding] {

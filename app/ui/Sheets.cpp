@@ -27,17 +27,32 @@
 
 namespace korv {
 
+namespace {
+
+// A side of a picture in pixels, 1 to 30,000.
+QSpinBox* sideBox(int value) {
+    auto* box = new QSpinBox;
+    box->setRange(1, int(kMaxCanvasSide));
+    box->setSuffix(" px");
+    box->setValue(value);
+    return box;
+}
+
+// OK, renamed to what it does, and Cancel, which closes the dialog.
+QDialogButtonBox* okCancel(QDialog* dialog, const QString& ok) {
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    buttons->button(QDialogButtonBox::Ok)->setText(ok);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    return buttons;
+}
+
+} // namespace
+
 NewPictureDialog::NewPictureDialog(StudioModel& model, QWidget* parent) : QDialog(parent) {
     setWindowTitle("New Picture");
     auto* form = new QFormLayout;
-    auto* width = new QSpinBox;
-    auto* height = new QSpinBox;
-    for (auto* box : {width, height}) {
-        box->setRange(1, int(kMaxCanvasSide));
-        box->setSuffix(" px");
-    }
-    width->setValue(1920);
-    height->setValue(1080);
+    auto* width = sideBox(1920);
+    auto* height = sideBox(1080);
     auto* dpi = new QDoubleSpinBox;
     dpi->setRange(1, 3000);
     dpi->setValue(72);
@@ -48,12 +63,10 @@ NewPictureDialog::NewPictureDialog(StudioModel& model, QWidget* parent) : QDialo
     form->addRow("Height", height);
     form->addRow("Resolution", dpi);
     form->addRow("Background", background);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
-    buttons->button(QDialogButtonBox::Ok)->setText("Create");
+    auto* buttons = okCancel(this, "Create");
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(form);
     layout->addWidget(buttons);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
         std::optional<PaintColor> colour;
         if (background->currentIndex() == 0) colour = PaintColor::white();
@@ -72,22 +85,17 @@ SizeDialog::SizeDialog(StudioModel& model, bool canvas, QWidget* parent) : QDial
                                    : "Resamples every layer (text and shapes stay sharp).");
     note->setWordWrap(true);
     auto* form = new QFormLayout;
-    auto* width = new QSpinBox;
-    auto* height = new QSpinBox;
-    for (auto* box : {width, height}) {
-        box->setRange(1, int(kMaxCanvasSide));
-        box->setSuffix(" px");
+    auto* width = sideBox(int(docW));
+    auto* height = sideBox(int(docH));
+    for (auto* box : {width, height})
         box->setKeyboardTracking(false);
-    }
-    width->setValue(int(docW));
-    height->setValue(int(docH));
     auto* keep = new QCheckBox("Keep proportions");
     keep->setChecked(true);
     form->addRow("Width", width);
     form->addRow("Height", height);
     form->addRow("", keep);
     // One side's change sets the other by the picture's ratio, rounded.
-    auto follow = [=](QSpinBox* from, QSpinBox* to, double ratio) {
+    auto follow = [=, this](QSpinBox* from, QSpinBox* to, double ratio) {
         connect(from, &QSpinBox::valueChanged, this, [=](int v) {
             if (!keep->isChecked() || to->hasFocus()) return;
             const QSignalBlocker block(to);
@@ -112,13 +120,11 @@ SizeDialog::SizeDialog(StudioModel& model, bool canvas, QWidget* parent) : QDial
         anchors->button(4)->setChecked(true);
         form->addRow("Anchor", anchorGrid);
     }
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
-    buttons->button(QDialogButtonBox::Ok)->setText("Apply");
+    auto* buttons = okCancel(this, "Apply");
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(note);
     layout->addLayout(form);
     layout->addWidget(buttons);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
         accept();
         if (canvas) {
@@ -140,13 +146,11 @@ RefineDialog::RefineDialog(StudioModel& model, const std::string& kind, QWidget*
     amount->setValue(kind == "border" ? 10 : 5);
     auto* row = new QHBoxLayout;
     row->addWidget(amount, 1);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
-    buttons->button(QDialogButtonBox::Ok)->setText("Apply");
+    auto* buttons = okCancel(this, "Apply");
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(row);
     layout->addWidget(buttons);
     resize(380, sizeHint().height());
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
         accept();
         model.refineSelection(kind, amount->value());
@@ -188,8 +192,7 @@ ExportDialog::ExportDialog(StudioModel& model, QWidget* parent) : QDialog(parent
     connect(format, &QComboBox::currentIndexChanged, this, update);
     connect(scale, &QSpinBox::valueChanged, this, update);
     update();
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
-    buttons->button(QDialogButtonBox::Ok)->setText("Export…");
+    auto* buttons = okCancel(this, "Export…");
     // Every layer kept, for other programs: the other way out of this sheet.
     auto* psd = buttons->addButton("Layered PSD…", QDialogButtonBox::ActionRole);
     connect(psd, &QPushButton::clicked, this, [this, &model] {
@@ -199,7 +202,6 @@ ExportDialog::ExportDialog(StudioModel& model, QWidget* parent) : QDialog(parent
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(form);
     layout->addWidget(buttons);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(buttons, &QDialogButtonBox::accepted, this, [=, this, &model] {
         accept();
         model.exportPicture(options());

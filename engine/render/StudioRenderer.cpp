@@ -300,8 +300,9 @@ std::string specKeyOfJSON(const nlohmann::json& j) {
 
 namespace {
 
-// Vector content is drawn once per spec and canvas size: the key holds those
-// and nothing else, so moving or restyling the layer doesn't redraw it.
+// Vector content is drawn once per record and canvas size: the key holds
+// those and nothing else, so changing the layer's opacity or mode doesn't
+// redraw it.
 template <class Spec, class Draw>
 std::optional<TileSet> cachedVector(const StudioLayer& layer, const std::optional<Spec>& spec, char letter,
                                     const TileGrid& grid, RenderCache& cache, Draw&& draw) {

@@ -202,7 +202,7 @@ TEST(VectorText, EditingATextRedrawsOnlyItsTilesAndTheCacheKeepsOneEntry) {
     EXPECT_EQ(presentTiles(*edited), doc.grid.tiles(IRect::covering(box.x, box.y, box.w, box.h)));
     EXPECT_EQ(presentTiles(*edited).size(), 3u);
     EXPECT_EQ(cache.rasterCount(), 1u);
-    // Its content is still its spec: the edit is undone by a spec alone.
+    // Its content is still its record: the edit is undone by the record alone.
     doc.layers[0].text = TextSpec("KORV");
     EXPECT_EQ(StudioRenderer::contentRaster(doc.layers[0], doc.grid, cache)->fingerprint(),
               first->fingerprint());
